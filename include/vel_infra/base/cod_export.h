@@ -1,0 +1,49 @@
+#ifndef VEL_INFRA_BASE_COD_EXPORT_H
+#define VEL_INFRA_BASE_COD_EXPORT_H
+
+/* Marks of declarations. GCC and Clang on Linux x86-64 are the compilers served. */
+
+/* An exported function: C linkage comes from the header's extern "C" block, visibility from here. */
+#define COD_API __attribute__((visibility("default")))
+
+/* The result tells of failure and must be looked at. */
+#define COD_NODISCARD __attribute__((warn_unused_result))
+
+/* printf-style checking: the template is argument `fmt`, its first value argument `first` (0: a va_list). */
+#define COD_PRINTF(fmt, first) __attribute__((format(printf, fmt, first)))
+
+/* Never on a hot path: placed away from hot code, and branches that lead to it count as unlikely. */
+#define COD_COLD __attribute__((cold, noinline))
+
+#define COD_LIKELY(condition) __builtin_expect(!!(condition), 1)
+#define COD_UNLIKELY(condition) __builtin_expect(!!(condition), 0)
+
+/* An exported function whose hot path is also given inline: the header's body is used wherever it can be inlined, the library's
+ * own body stands behind the exported name for foreign-function interfaces and function pointers. The body calls the exported
+ * function for its cold rest through a second declaration made with COD_EXPORTED_AS. */
+#define COD_API_INLINE extern __inline __attribute__((gnu_inline, always_inline))
+#define COD_INLINE extern __inline __attribute__((gnu_inline, always_inline)) /* a piece of such a body, not exported itself */
+#define COD_EXPORTED_AS(name) __asm__(#name)
+
+#if defined(__SANITIZE_ADDRESS__)
+#define COD_WITH_ASAN 1
+#elif defined(__has_feature)
+#if __has_feature(address_sanitizer)
+#define COD_WITH_ASAN 1
+#endif
+#endif
+#ifndef COD_WITH_ASAN
+#define COD_WITH_ASAN 0
+#endif
+
+#ifdef __cplusplus
+#define COD_BEGIN_DECLS extern "C" {
+#define COD_END_DECLS }
+#define COD_STATIC_ASSERT(condition, text) static_assert(condition, text)
+#else
+#define COD_BEGIN_DECLS
+#define COD_END_DECLS
+#define COD_STATIC_ASSERT(condition, text) _Static_assert(condition, text)
+#endif
+
+#endif

@@ -1,0 +1,45 @@
+#ifndef VEL_INFRA_VEL_INFRA_H
+#define VEL_INFRA_VEL_INFRA_H
+
+/* libvel_infra: the common ground of a relational database server. This header includes all others.
+ *
+ * Conventions, for every module:
+ * 1. Errors. A fallible function returns a CodResult. On failure it leaves one error on the calling thread's error stack and returns
+ *    COD_ERROR; its comment names the errors that it raises itself. Callers pass the failure on as it is.
+ * 2. Ownership. Texts and byte strings are borrowed for the call unless the comment says otherwise. Memory handed out belongs to
+ *    the allocator, context or buffer that the caller named.
+ * 3. Null. A null pointer where none is allowed is ERR_CMM_POINTER_NULL; a function that cannot fail does nothing with it, or
+ *    returns null, zero or false.
+ * 4. Threads. A function without a word about threads touches only its arguments and the calling thread's error stack.
+ * 5. Sizes and lengths are bytes, counts are items, unless stated.
+ * 6. Records whose size or offsets are asserted are the binary interface: they never change. */
+
+#include <vel_infra/base/cod_export.h>
+#include <vel_infra/base/cod_types.h>
+
+#include <vel_infra/utils/ani_clock.h>
+
+#include <vel_infra/adr/ani_log_base.h>
+#include <vel_infra/error/ani_error_base.h>
+#include <vel_infra/error/ani_error_code.h>
+
+#include <vel_infra/adr/ani_alert.h>
+#include <vel_infra/adr/ani_blackbox.h>
+
+#include <vel_infra/lock/ani_latch.h>
+
+#include <vel_infra/memory/ani_allocator.h>
+#include <vel_infra/memory/ani_mem_rsrc.h>
+#include <vel_infra/memory/ani_memory.h>
+#include <vel_infra/memory/ani_stack.h>
+
+#include <vel_infra/collection/ani_darray.h>
+#include <vel_infra/collection/ani_hashmap.h>
+
+#include <vel_infra/algorithm/ani_hashfunc.h>
+#include <vel_infra/algorithm/ani_hyperloglog.h>
+
+#include <vel_infra/error/ani_error.h>
+#include <vel_infra/error/ani_error_def.h>
+
+#endif

@@ -1,0 +1,69 @@
+#ifndef VEL_COLUMN_PROFILE_H
+#define VEL_COLUMN_PROFILE_H
+
+#include "value_store.h"
+
+namespace vel {
+
+// The shortest or the longest value: the first one met of that length, by its beginning.
+struct ExtremeValue {
+    static constexpr CodUint32 kKeptBytes = 256;
+
+    CodUint32 length = 0;  // bytes of the whole value
+    CodUint32 kept = 0;    // bytes in text
+    char text[kKeptBytes];
+
+    void set(const CodText &value);
+};
+
+// The statistics of one column, fed with its fields one by one. An empty field is counted as such and is no value.
+class ColumnProfile {
+public:
+    // Both must outlive the profile. Memory is taken at the first value.
+    void init(MemoryPool *pool, MemoryContext *shared);
+    void setLimits(const ValueStore::Limits &limits) {
+        values_.setLimits(limits);
+    }
+
+    // Errors: those of ValueStore::add.
+    CodResult add(const CodText &field);
+
+    CodUint64 rows() const {
+        return rows_;
+    }
+    CodUint64 empties() const {
+        return empties_;
+    }
+    bool hasValues() const {
+        return rows_ != empties_;
+    }
+    const ExtremeValue &shortest() const {
+        return shortest_;
+    }
+    const ExtremeValue &longest() const {
+        return longest_;
+    }
+    const ValueStore &values() const {
+        return values_;
+    }
+    // Exact while the store is; then an estimate within about one percent.
+    CodUint64 distinct() const;
+
+private:
+    // Relative error 0.8 %.
+    static constexpr CodUint32 kRegisters = 16384;
+
+    CodResult addToEstimate(const CodText &value);
+
+    MemoryContext *shared_ = nullptr;
+    CodUint64 rows_ = 0;
+    CodUint64 empties_ = 0;
+    ExtremeValue shortest_;
+    ExtremeValue longest_;
+    ValueStore values_;
+    CodUint8 *registers_ = nullptr;
+};
+
+}  // namespace vel
+
+#endif

@@ -1,0 +1,118 @@
+#include <signal.h>
+
+#include <CLI/CLI.hpp>
+#include <cstdio>
+#include <string>
+
+#include <vel_infra/error/ani_error_base.h>
+
+#include "commands.h"
+#include "printable.h"
+
+namespace {
+
+enum ExitStatus { kExitSuccess = 0, kExitFailure = 1, kExitUsage = 2 };
+
+constexpr char kProfileHelp[] = "Statistics of the columns of a CSV file.";
+
+constexpr char kProfileDetails[] =
+    "For every column: rows, empty fields, distinct values, the shortest and the longest value with their bytes, and the five most\n"
+    "common values. The last line tells rows and columns: a report without it is not whole.\n"
+    "\n"
+    "Fields are taken as they stand, blanks included; a field may be quoted with \" and then hold delimiters, line ends and doubled\n"
+    "quotes. Empty lines between rows are skipped. Rows are counted from 1, the header included. An empty field is counted as empty and\n"
+    "is no value: it is not among the distinct, shortest, longest and most common ones. Of several shortest or longest values the first\n"
+    "is shown. Values are cut to fit a line; control characters and bytes that are not UTF-8 are shown as \\n, \\t or \\xNN.\n"
+    "\n"
+    "Memory does not grow with the number of rows. A column's counts are exact up to 65,536 distinct values or 8 MiB of them, less with\n"
+    "more than 64 columns. Beyond that rare values are forgotten. The number of distinct values is then an estimate, marked \"~\", with a\n"
+    "standard error of 0.8 percent. A count marked \"~\" is how often the value was met for certain, and the most that it can have been\n"
+    "stands behind it; a count without mark is exact. With up to 64 columns, no value in more than a thousandth of the rows is forgotten.\n"
+    "\n"
+    "Exit status: 0 success, 1 failure, 2 wrong usage.\n";
+
+constexpr char kErrorHelp[] = "The name, message template and SQL state of an error code.";
+
+struct CommandLine {
+    CLI::App app{"Tools of the infrastructure library: look at data and errors the way the database server does.", "vel"};
+    CLI::App *error = nullptr;
+    CLI::App *profile = nullptr;
+    std::string code;
+    std::string file = "-";
+    std::string delimiter = ",";
+    std::string columns;
+    bool hasNoHeader = false;
+    CLI::Option *columnsOption = nullptr;
+};
+
+// A fault is a text; none is an empty one.
+std::string checkDelimiter(std::string &text) {
+    if (text == "\\t" || text == "tab") {
+        text = "\t";
+    }
+    if (text.size() != 1 || text[0] == '"' || text[0] == '\n' || text[0] == '\r') {
+        return "the delimiter must be one byte, and neither a quote nor a line end";
+    }
+    return {};
+}
+
+void declare(CommandLine *line) {
+    line->app.require_subcommand(1);
+    line->error = line->app.add_subcommand("error", kErrorHelp);
+    line->error->add_option("CODE", line->code, "A number, a code such as VEL-00103, or a name")->required()->type_name("");
+    line->profile = line->app.add_subcommand("profile", kProfileHelp);
+    line->profile->footer(kProfileDetails);
+    line->profile->add_option("FILE", line->file, "The file to read; standard input when absent or -")->type_name("");
+    line->profile->add_option("-d,--delimiter", line->delimiter, "One byte between fields, \\t or tab for a tabulator; a comma when absent")
+        ->type_name("C")
+        ->transform(CLI::Validator(checkDelimiter, "", "delimiter"));
+    line->profile->add_flag("--no-header", line->hasNoHeader, "The first row is data; columns are called \"column 1\" and so on");
+    line->columnsOption = line->profile
+                              ->add_option("-c,--columns", line->columns,
+                                           "Only these columns, by name or number from 1, separated by commas; a name goes before a number")
+                              ->type_name("LIST");
+}
+
+CodResult runCommand(const CommandLine &line) {
+    if (*line.error) {
+        return vel::runError({line.code.c_str()});
+    }
+    const char *columns = line.columnsOption->count() > 0 ? line.columns.c_str() : nullptr;
+    return vel::runProfile({line.file.c_str(), line.delimiter[0], !line.hasNoHeader, columns});
+}
+
+int reportFailure() {
+    fprintf(stderr, "%s\n", codGetErrorMsg2());
+    return kExitFailure;
+}
+
+int reportUsage(const std::string &fault) {
+    fprintf(stderr, "vel: %s (vel --help tells more)\n", vel::PrintableName(fault.c_str()).str());
+    return kExitUsage;
+}
+
+// Help is asked for through a parse error with the code 0.
+int endParsing(const CommandLine &line, const CLI::ParseError &error) {
+    if (error.get_exit_code() != static_cast<int>(CLI::ExitCodes::Success)) {
+        return reportUsage(error.what());
+    }
+    fputs(line.app.help().c_str(), stdout);
+    return vel::closeOutput() == COD_SUCCESS ? kExitSuccess : reportFailure();
+}
+
+}  // namespace
+
+int main(int argc, char **argv) {
+    signal(SIGPIPE, SIG_IGN);  // a reader that left is reported as a failed write
+    CommandLine line;
+    declare(&line);
+    try {
+        line.app.parse(argc, argv);
+    } catch (const CLI::ParseError &error) {
+        return endParsing(line, error);
+    }
+    if (runCommand(line) != COD_SUCCESS || vel::closeOutput() != COD_SUCCESS) {
+        return reportFailure();
+    }
+    return kExitSuccess;
+}

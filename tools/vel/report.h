@@ -1,0 +1,16 @@
+#ifndef VEL_REPORT_H
+#define VEL_REPORT_H
+
+#include <stdio.h>
+
+#include "table_profile.h"
+
+namespace vel {
+
+// Writes the profile, one labelled line per figure, and as the last line the totals: a report without it is not whole.
+// Faults of the stream are left for the caller to find.
+void writeReport(FILE *out, const TableProfile &table, const char *name);
+
+}  // namespace vel
+
+#endif
