@@ -72,7 +72,7 @@ COD_COLD void drawProcessKey() {
     }
     if (getrandom(&gProcessKey, sizeof gProcessKey, 0) != ssize_t{sizeof gProcessKey}) {
         // A system without the call: time and the place of the stack, which an outsider can at least not see.
-        gProcessKey = {static_cast<CodUint64>(codInstantNow()), reinterpret_cast<CodUint64>(&expected)};
+        gProcessKey = {static_cast<CodUint64>(codInstantNow()), reinterpret_cast<CodUint64>(__builtin_frame_address(0))};
     }
     gProcessKeyState.store(kReady, std::memory_order_release);
 }

@@ -91,9 +91,11 @@ bool noteBlocksFreed(MemoryPool *pool) {
 // Puts a chain back. A context's end hands in its first block, which stops being one under the lock, so that a report never reads
 // the record of a context whose blocks are on their way to another.
 void returnBlocks(MemoryPool *pool, const MpoolBlockCtrlList &blocks, MpoolBlockCtrl *endedContext) {
-    for (MpoolBlockCtrl *block = blocks.head; COD_WITH_ASAN && block != nullptr; block = block->next) {
+#if COD_WITH_ASAN
+    for (MpoolBlockCtrl *block = blocks.head; block != nullptr; block = block->next) {
         cod::asanPoison(block->block, pool->blockSize);
     }
+#endif
     bool isCleared = false;
     {
         const PoolLock lock(pool);

@@ -9,7 +9,7 @@
 
 COD_BEGIN_DECLS
 
-typedef enum CodLogLevel {
+typedef enum CodLogLevel COD_ENUM_BASE {
     COD_LOG_ALL = 1,
     COD_LOG_LEVEL_TRACE = 1,
     COD_LOG_LEVEL_DEBUG = 2,

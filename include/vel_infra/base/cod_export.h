@@ -36,6 +36,13 @@
 #define COD_WITH_ASAN 0
 #endif
 
+/* Public enumerations hold any 32-bit value, in C++ too: callers may pass one that has no name. */
+#ifdef __cplusplus
+#define COD_ENUM_BASE : int
+#else
+#define COD_ENUM_BASE
+#endif
+
 #ifdef __cplusplus
 #define COD_BEGIN_DECLS extern "C" {
 #define COD_END_DECLS }

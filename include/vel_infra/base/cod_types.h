@@ -25,7 +25,7 @@ COD_STATIC_ASSERT(sizeof(CodBool) == 1, "a boolean is one byte");
 
 /* Status of every fallible function. A function that returns COD_ERROR has left the reason on the calling thread's error stack
  * (error/ani_error_base.h), except where its comment says otherwise. */
-typedef enum CodResult {
+typedef enum CodResult COD_ENUM_BASE {
     COD_ERROR = -1,
     COD_SUCCESS = 0,
     COD_SUCCESS_WITH_INFO = 1,

@@ -24,7 +24,7 @@ enum {
 };
 
 /* Which operand of a binary operator an error is put down to. */
-typedef enum CodOperErrorTag {
+typedef enum CodOperErrorTag COD_ENUM_BASE {
     OPER_ERROR_LEFT = 1,
     OPER_ERROR_MIDDLE = 2,
     OPER_ERROR_RIGHT = 3,

@@ -7,7 +7,7 @@
 
 COD_BEGIN_DECLS
 
-typedef enum MemRsrcType {
+typedef enum MemRsrcType COD_ENUM_BASE {
     MEM_RSRC_OTHERS = 0,
     MEM_RSRC_VM_BUFFER = 1,
     MEM_RSRC_LARGER_POOL = 2,

@@ -65,7 +65,7 @@ typedef struct MpoolBlockCtrlList {
 typedef struct MemPoolStats {
     CodUint64 ctxCreateTimes;
     CodUint64 ctxDestroyTimes;
-    CodUint64 ctxAllocTimes; /* blocks taken from the free list */
+    CodUint64 ctxAllocTimes; /* blocks taken from the free list; the one that an extension was made for does not count */
     CodUint64 extendTimes;
     CodUint64 recycleTimes; /* calls of the recycle callback that gave blocks */
 } MemPoolStats;
@@ -74,7 +74,8 @@ typedef struct MemPoolStats {
  * Called without the pool's lock. */
 typedef void (*MpoolRecycle)(MemoryPool *pool, MpoolBlockCtrlList *blocks);
 /* Gives a further buffer, 8-byte aligned and from codSysAlloc, which the pool then owns, and its size in bytes. On failure returns
- * COD_ERROR with an error raised. Called under the pool's lock: it must not use the pool. */
+ * COD_ERROR with an error raised. Called under the pool's lock: it must not use the pool. A buffer that is unaligned or smaller than
+ * its header is refused with ERR_CMM_INVALID_PARAMETER, and stays the callback's. */
 typedef CodResult (*MpoolExtend)(void *owner, void **buffer, CodUint64 *size);
 
 struct MemoryPool {
