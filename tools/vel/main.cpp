@@ -2,6 +2,7 @@
 
 #include <CLI/CLI.hpp>
 #include <cstdio>
+#include <exception>
 #include <string>
 
 #include <vel_infra/error/ani_error_base.h>
@@ -100,10 +101,7 @@ int endParsing(const CommandLine &line, const CLI::ParseError &error) {
     return vel::closeOutput() == COD_SUCCESS ? kExitSuccess : reportFailure();
 }
 
-}  // namespace
-
-int main(int argc, char **argv) {
-    signal(SIGPIPE, SIG_IGN);  // a reader that left is reported as a failed write
+int run(int argc, char **argv) {
     CommandLine line;
     declare(&line);
     try {
@@ -115,4 +113,15 @@ int main(int argc, char **argv) {
         return reportFailure();
     }
     return kExitSuccess;
+}
+
+}  // namespace
+
+int main(int argc, char **argv) {
+    signal(SIGPIPE, SIG_IGN);  // a reader that left is reported as a failed write
+    try {
+        return run(argc, argv);
+    } catch (const std::exception &error) {
+        return reportUsage(error.what());
+    }
 }

@@ -118,9 +118,14 @@ CodResult ValueStore::start() {
     return COD_SUCCESS;
 }
 
+// How many values the limits admit, however short they are.
+CodUint64 ValueStore::mostValues() const {
+    return std::min<CodUint64>(limits_.values, limits_.bytes / sizeOfValue(1));
+}
+
 // Half of the buckets stay empty: a value that is not stored then costs hardly any visit of one that is.
 CodResult ValueStore::reserveBuckets() {
-    return codHMapReserve(&map_, std::min<CodUint32>(limits_.values, HMAP_MAX_BUCKETS / 2) * 2);
+    return codHMapReserve(&map_, 2 * static_cast<CodUint32>(std::min<CodUint64>(mostValues(), HMAP_MAX_BUCKETS / 2)));
 }
 
 CodResult ValueStore::store(CodUint64 hash, const CodText &value, CodUint64 secondHash) {
@@ -152,7 +157,7 @@ CodResult ValueStore::link(StoredValue *value) {
     }
     values_.append(value);
     size_++;
-    if (size_ == kOwnGrowth && limits_.values > kOwnGrowth) {
+    if (size_ == kOwnGrowth && mostValues() > kOwnGrowth) {
         COD_TRY(reserveBuckets());
     }
     bytes_ += sizeOfValue(value->keptLength());

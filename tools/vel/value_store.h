@@ -82,6 +82,7 @@ private:
     };
 
     CodResult start();
+    CodUint64 mostValues() const;
     CodResult reserveBuckets();
     StoredValue *find(CodUint64 hash, const CodText &value, CodUint64 secondHash) const;
     CodResult store(CodUint64 hash, const CodText &value, CodUint64 secondHash);

@@ -1,7 +1,5 @@
 #include "work_memory.h"
 
-#include <sys/mman.h>
-
 #include <vel_infra/error/ani_error_base.h>
 
 namespace vel {
@@ -9,15 +7,12 @@ namespace vel {
 namespace {
 
 constexpr CodUint32 kFirstBlocks = 16;
-constexpr CodUint32 kHugePage = 2 * 1024 * 1024;
-constexpr CodUint64 kFurtherBytes = 2 * kHugePage;
+constexpr CodUint32 kFurtherBytes = 4 * 1024 * 1024;
 
 // Stored values are met in random order, and with ordinary pages each of them costs a walk of the page tables too.
 CodResult extendPool(void *, void **buffer, CodUint64 *size) {
     *size = kFurtherBytes;
-    COD_TRY(codSysAllocAligned(kFurtherBytes, buffer, kHugePage));
-    madvise(*buffer, kFurtherBytes, MADV_HUGEPAGE);
-    return COD_SUCCESS;
+    return allocLargePageMem(buffer, kFurtherBytes);
 }
 
 }  // namespace

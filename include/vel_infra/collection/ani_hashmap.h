@@ -136,7 +136,9 @@ COD_API CodHashEntry *codHMapDelete(CodHashMap *map, CodHashPointer key);
 COD_API void codHMapInitIterator(CodHashMap *map, CodHashMapIterator *iterator);
 COD_API CodHashEntry *codHMapGetNext(CodHashMap *map, CodHashMapIterator *iterator);
 
-/* Frees keys, values and entries with the callbacks that are set, and the buckets. The map must be initialised again. */
+/* Frees keys, values and entries with the callbacks that are set, and the buckets. The map must be initialised again. hashFree gets
+ * entries as well as buckets: a map whose entries are not its to free gives back the buckets alone, with hashTableRelease for each
+ * table that has a size. */
 COD_API void codHMapRelease(CodHashMap *map);
 
 /* ---- Beside the plain operations ---- */

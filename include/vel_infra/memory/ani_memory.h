@@ -73,7 +73,7 @@ typedef struct MemPoolStats {
 /* Hands in blocks of this pool that can be spared, in *blocks (empty at the call), as a chain of plain blocks with its tail and count.
  * Called without the pool's lock. */
 typedef void (*MpoolRecycle)(MemoryPool *pool, MpoolBlockCtrlList *blocks);
-/* Gives a further buffer, 8-byte aligned and from codSysAlloc, which the pool then owns, and its size in bytes. On failure returns
+/* Gives a further buffer, 8-byte aligned and from the system allocator, which the pool then owns, and its size in bytes. On failure returns
  * COD_ERROR with an error raised. Called under the pool's lock: it must not use the pool. A buffer that is unaligned or smaller than
  * its header is refused with ERR_CMM_INVALID_PARAMETER, and stays the callback's. */
 typedef CodResult (*MpoolExtend)(void *owner, void **buffer, CodUint64 *size);
