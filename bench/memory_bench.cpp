@@ -71,7 +71,7 @@ void contextLoop(benchmark::State &state, Allocate allocate) {
     }
     for (auto _ : state) {
         for (const CodUint32 size : sizes()) {
-            void *result = nullptr;
+            void *result;
             if (allocate(context, size, &result) != COD_SUCCESS) {
                 abort();
             }

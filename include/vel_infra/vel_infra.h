@@ -9,7 +9,7 @@
  * 2. Ownership. Texts and byte strings are borrowed for the call unless the comment says otherwise. Memory handed out belongs to
  *    the allocator, context or buffer that the caller named.
  * 3. Null. A null pointer where none is allowed is ERR_CMM_POINTER_NULL; a function that cannot fail does nothing with it, or
- *    returns null, zero or false.
+ *    returns null, zero or false. Ready callbacks (hashes, comparisons, bucket functions) expect what their caller promises.
  * 4. Threads. A function without a word about threads touches only its arguments and the calling thread's error stack.
  * 5. Sizes and lengths are bytes, counts are items, unless stated.
  * 6. Records whose size or offsets are asserted are the binary interface: they never change. */

@@ -1,16 +1,20 @@
 #include <vel_infra/adr/ani_blackbox.h>
 
+#include <errno.h>
 #include <fcntl.h>
 #include <stdarg.h>
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
-#include <time.h>
 #include <unistd.h>
 
 #include <atomic>
 
 #include <vel_infra/error/ani_error_base.h>
+#include <vel_infra/utils/ani_clock.h>
+
+#include "adr/ani_blackbox_internal.h"
+#include "base/cod_thread.h"
 
 namespace {
 
@@ -22,10 +26,34 @@ constinit std::atomic<CodInt32> gDumpFile{kNoFile};
 constinit std::atomic<bool> gCoredump{false};
 constinit std::atomic<BbxSqlContextDump> gSqlContextDump{nullptr};
 constinit std::atomic<CodUint64> gFaultPoints[FAULT_POINT_COUNT / 64]{};
-[[gnu::tls_model("initial-exec")]] constinit thread_local bool gIsRecording = false;
+COD_THREAD_LOCAL(bool, isRecording, {false});
 
-// Writes one line of a dump; what the system does not take is lost, since there is nobody left to tell.
-COD_PRINTF(1, 2) void dumpLine(const char *fmt, ...) {
+// The date of a number of days since 1970-01-01 (H. Hinnant, chrono-compatible low-level date algorithms). The C library's own
+// functions take a lock and read files: a panic may come while that lock is held.
+struct Day {
+    int year;
+    unsigned month;
+    unsigned day;
+};
+
+Day dayOf(CodInt64 daysSinceEpoch) {
+    const CodInt64 shifted = daysSinceEpoch + 719468;  // days since 0000-03-01
+    const CodInt64 era = (shifted >= 0 ? shifted : shifted - 146096) / 146097;
+    const auto dayOfEra = static_cast<unsigned>(shifted - era * 146097);
+    const unsigned yearOfEra = (dayOfEra - dayOfEra / 1460 + dayOfEra / 36524 - dayOfEra / 146096) / 365;
+    const unsigned dayOfYear = dayOfEra - (365 * yearOfEra + yearOfEra / 4 - yearOfEra / 100);
+    const unsigned monthFromMarch = (5 * dayOfYear + 2) / 153;
+    const unsigned month = monthFromMarch < 10 ? monthFromMarch + 3 : monthFromMarch - 9;
+    return {static_cast<int>(era * 400) + static_cast<int>(yearOfEra) + (month <= 2), month,
+            dayOfYear - (153 * monthFromMarch + 2) / 5 + 1};
+}
+
+}  // namespace
+
+// ---- Dump file ----
+
+// What the system does not take is lost, since there is nobody left to tell.
+void cod::dumpLine(const char *fmt, ...) {
     char line[COD_ERROR_STACK_TEXT_SIZE + 256];
     va_list args;
     va_start(args, fmt);
@@ -39,6 +67,9 @@ COD_PRINTF(1, 2) void dumpLine(const char *fmt, ...) {
     const CodInt32 file = bbxGetDumpFile();
     while (left > 0) {
         const ssize_t taken = write(file, next, left);
+        if (taken < 0 && errno == EINTR) {
+            continue;
+        }
         if (taken <= 0) {
             return;
         }
@@ -46,10 +77,6 @@ COD_PRINTF(1, 2) void dumpLine(const char *fmt, ...) {
         left -= static_cast<size_t>(taken);
     }
 }
-
-}  // namespace
-
-// ---- Dump file ----
 
 CodResult bbxSetDumpFile(const char *path) {
     const char *name = path != nullptr ? path : "";
@@ -87,19 +114,19 @@ CodInt32 bbxGetDumpFile(void) {
 // ---- Panic ----
 
 void bbxPrepare(void) {
-    const time_t now = time(nullptr);
-    tm fields{};
-    gmtime_r(&now, &fields);
-    dumpLine("---- %04d-%02d-%02d %02d:%02d:%02d UTC, process %d ----\n", fields.tm_year + 1900, fields.tm_mon + 1, fields.tm_mday,
-             fields.tm_hour, fields.tm_min, fields.tm_sec, static_cast<int>(getpid()));
+    const CodInt64 now = codNow() / 1000000;
+    const Day today = dayOf(now / 86400);
+    const auto second = static_cast<unsigned>(now % 86400);
+    cod::dumpLine("---- %04d-%02u-%02u %02u:%02u:%02u UTC, process %d ----\n", today.year, today.month, today.day, second / 3600,
+                  second / 60 % 60, second % 60, static_cast<int>(getpid()));
 }
 
 void bbxPanicLine(const char *file, CodUint32 line) {
-    dumpLine("panic at %s:%u\n", file, line);
+    cod::dumpLine("panic at %s:%u\n", file, line);
 }
 
 void panicDumpErrorcode(void) {
-    dumpLine("error msg %s\n", codGetErrorMsg2());
+    cod::dumpLine("error msg %s\n", codGetErrorMsg2());
 }
 
 void codPanicAt(const char *file, CodUint32 line, const char *funcName, const char *fmt, ...) {
@@ -109,9 +136,9 @@ void codPanicAt(const char *file, CodUint32 line, const char *funcName, const ch
     vsnprintf(message, sizeof message, fmt, args);
     va_end(args);
     bbxPrepare();
-    dumpLine("panic: %s\n", message);
+    cod::dumpLine("panic: %s\n", message);
     bbxPanicLine(file, line);
-    dumpLine("in %s\n", funcName);
+    cod::dumpLine("in %s\n", funcName);
     panicDumpErrorcode();
     abort();
 }
@@ -127,18 +154,18 @@ void bbxSetCoredump(CodBool on) {
 }
 
 CodInt32 bbxInterErrorPrepare(void) {
-    if (gIsRecording || gDumpPath[0] == '\0') {
+    if (isRecording() || gDumpPath[0] == '\0') {
         return 1;
     }
-    gIsRecording = true;
+    isRecording() = true;
     return 0;
 }
 
 void bbxInterError(const char *file, CodUint32 line, const char *text) {
     bbxPrepare();
-    dumpLine("internal error at %s:%u: %s\n", file, line, text);
+    cod::dumpLine("internal error at %s:%u: %s\n", file, line, text);
     panicDumpErrorcode();
-    gIsRecording = false;
+    isRecording() = false;
 }
 
 void bbxSetSqlContextDump(BbxSqlContextDump dump) {

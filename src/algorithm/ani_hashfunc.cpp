@@ -58,30 +58,25 @@ CodUint64 sipHash13(SipKey key, const void *ptr, CodUint64 len) {
     return state.v0 ^ state.v1 ^ state.v2 ^ state.v3;
 }
 
-enum : int { kNoKey, kDrawing, kReady };
-constinit SipKey gProcessKey{};
-constinit std::atomic<int> gProcessKeyState{kNoKey};
+// The secret behind the keyed hashes; 0: not drawn yet. 64 bits are far beyond guessing from the order of a hash map.
+constinit std::atomic<CodUint64> gProcessSecret{0};
 
-// Drawn by the first thread that needs it; threads that come meanwhile wait for it.
-COD_COLD void drawProcessKey() {
-    int expected = kNoKey;
-    if (!gProcessKeyState.compare_exchange_strong(expected, kDrawing, std::memory_order_acquire)) {
-        while (gProcessKeyState.load(std::memory_order_acquire) != kReady) {
-        }
-        return;
-    }
-    if (getrandom(&gProcessKey, sizeof gProcessKey, 0) != ssize_t{sizeof gProcessKey}) {
+// Threads that come at the same time all draw, and the first one's secret holds.
+COD_COLD CodUint64 drawProcessSecret() {
+    CodUint64 drawn = 0;
+    if (getrandom(&drawn, sizeof drawn, 0) != ssize_t{sizeof drawn}) {
         // A system without the call: time and the place of the stack, which an outsider can at least not see.
-        gProcessKey = {static_cast<CodUint64>(codInstantNow()), reinterpret_cast<CodUint64>(__builtin_frame_address(0))};
+        drawn = static_cast<CodUint64>(codInstantNow()) * 0x9E3779B97F4A7C15ULL ^ reinterpret_cast<CodUint64>(__builtin_frame_address(0));
     }
-    gProcessKeyState.store(kReady, std::memory_order_release);
+    drawn |= 1;
+    CodUint64 known = 0;
+    return gProcessSecret.compare_exchange_strong(known, drawn, std::memory_order_relaxed) ? drawn : known;
 }
 
-const SipKey &processKey() {
-    if (COD_UNLIKELY(gProcessKeyState.load(std::memory_order_acquire) != kReady)) {
-        drawProcessKey();
-    }
-    return gProcessKey;
+SipKey processKey() {
+    const CodUint64 secret = gProcessSecret.load(std::memory_order_relaxed);
+    const CodUint64 low = COD_LIKELY(secret != 0) ? secret : drawProcessSecret();
+    return {low, std::rotl(low, 32) ^ 0x9E3779B97F4A7C15ULL};
 }
 
 struct Span {
@@ -117,6 +112,9 @@ CodUint64 codMurmurHash64(const void *ptr, CodUint32 len) {
 }
 
 CodUint64 codSipHash13(const CodUint8 *key, const void *ptr, CodUint64 len) {
+    if (key == nullptr) {
+        return 0;
+    }
     return sipHash13({cod::loadLe<CodUint64>(key), cod::loadLe<CodUint64>(key + 8)}, ptr, len);
 }
 

@@ -32,7 +32,7 @@ HllSum hllSumAvx2(const CodUint8 *buckets, CodUint32 count, int scale) {
     __m256i high = zero;
     __m256i zeros = zero;
     __m256i largest = zero;
-    CodUint32 i = 0;
+    CodUint64 i = 0;  // 64 bits: no count makes the steps wrap
     for (; i + 32 <= count; i += 32) {
         const __m256i registers = _mm256_loadu_si256(reinterpret_cast<const __m256i *>(buckets + i));
         low = addSixteen(low, one, _mm256_castsi256_si128(registers));
@@ -42,7 +42,7 @@ HllSum hllSumAvx2(const CodUint8 *buckets, CodUint32 count, int scale) {
         zeros = _mm256_add_epi64(zeros, _mm256_sad_epu8(_mm256_sub_epi8(zero, isZero), zero));
         largest = _mm256_max_epu8(largest, registers);
     }
-    HllSum result = hllSumPlain(buckets + i, count - i, scale);
+    HllSum result = hllSumPlain(buckets + i, count - static_cast<CodUint32>(i), scale);
     result.sum += sumLanes(_mm256_add_epi64(low, high));
     result.zeros += static_cast<CodUint32>(sumLanes(zeros));
     alignas(32) CodUint8 maxima[32];
@@ -54,7 +54,7 @@ HllSum hllSumAvx2(const CodUint8 *buckets, CodUint32 count, int scale) {
 }
 
 void hllMergeAvx2(CodUint8 *dst, const CodUint8 *src, CodUint32 count) {
-    CodUint32 i = 0;
+    CodUint64 i = 0;
     for (; i + 64 <= count; i += 64) {
         auto *to = reinterpret_cast<__m256i *>(dst + i);
         const auto *from = reinterpret_cast<const __m256i *>(src + i);
@@ -63,7 +63,7 @@ void hllMergeAvx2(CodUint8 *dst, const CodUint8 *src, CodUint32 count) {
         _mm256_storeu_si256(to, first);
         _mm256_storeu_si256(to + 1, second);
     }
-    hllMergePlain(dst + i, src + i, count - i);
+    hllMergePlain(dst + i, src + i, count - static_cast<CodUint32>(i));
 }
 
 }  // namespace cod

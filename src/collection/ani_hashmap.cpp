@@ -31,10 +31,20 @@ void setHead(const CodHashMap *map, const CodHashTable &table, CodUint32 bucket,
     map->hashTableSet(table.table, bucket, entry);
 }
 
-CodUint8 keyKindOf(const CodHashMap *map) {
-    const bool isUint64 = map->hashCalc == codHashCalcUint64 && map->keyCompare == codHashCompareUint64 &&
-                          map->hashTableGet == arrayTableGet && map->hashTableSet == arrayTableSet;
-    return isUint64 ? HMAP_KEYS_UINT64 : HMAP_KEYS_ANY;
+// Adds grow the map at a load of 1.5, as long as it is not large already.
+bool wantsGrowth(const CodHashMap *map, CodUint64 used) {
+    return used * 2 >= CodUint64{map->hashTable[0].size} * 3 && used * 2 <= HMAP_GROWTH_LIMIT;
+}
+
+// How many entries a map must hold before its next add is more than a link into a chain.
+CodUint32 inlineLimitOf(const CodHashMap *map) {
+    const bool isPlainUint64 = !isRehashing(map) && map->hashCalc == codHashCalcUint64 && map->keyCompare == codHashCompareUint64 &&
+                               map->hashTableGet == arrayTableGet && map->hashTableSet == arrayTableSet;
+    if (!isPlainUint64) {
+        return 0;
+    }
+    const CodUint64 fullAt = (CodUint64{map->hashTable[0].size} * 3 + 1) / 2;
+    return wantsGrowth(map, fullAt) ? static_cast<CodUint32>(fullAt) : UINT32_MAX;
 }
 
 // ---- Searching ----
@@ -77,6 +87,7 @@ void finishRehash(CodHashMap *map) {
     map->hashTable[0] = map->hashTable[1];
     map->hashTable[1] = {};
     map->rehashIdx = -1;
+    map->inlineLimit = inlineLimitOf(map);
 }
 
 void moveBucket(CodHashMap *map, CodUint32 bucket) {
@@ -156,13 +167,8 @@ CodResult codHmapInitWithCallback(CodHashMap *map, const StHmapInitCallbackSet *
     map->hashTable[0] = {};
     map->hashTable[1] = {};
     map->rehashIdx = -1;
-    // Inline operations need the first table: until it is there the map counts as one of any keys.
-    map->keyKind = HMAP_KEYS_ANY;
-    if (codHMapExpand(map, size) != COD_SUCCESS) {
-        return COD_ERROR;
-    }
-    map->keyKind = keyKindOf(map);
-    return COD_SUCCESS;
+    map->inlineLimit = 0;
+    return codHMapExpand(map, size);
 }
 
 CodResult codHMapExpand(CodHashMap *map, CodUint32 size) {
@@ -190,6 +196,7 @@ CodResult codHMapExpand(CodHashMap *map, CodUint32 size) {
     const bool isFirst = map->hashTable[0].size == 0;
     map->hashTable[isFirst ? 0 : 1] = {.table = table, .size = buckets, .sizeMask = buckets - 1, .used = 0, .reserved = 0};
     map->rehashIdx = isFirst ? -1 : 0;
+    map->inlineLimit = inlineLimitOf(map);
     return COD_SUCCESS;
 }
 
@@ -204,7 +211,7 @@ CodResult codHMapAdd(CodHashMap *map, CodHashEntry *entry) {
     }
     if (COD_UNLIKELY(isRehashing(map))) {
         rehashStep(map);
-    } else if (COD_UNLIKELY(codHMapWantsGrowth(map)) && growForAdd(map) != COD_SUCCESS) {
+    } else if (COD_UNLIKELY(wantsGrowth(map, map->hashTable[0].used)) && growForAdd(map) != COD_SUCCESS) {
         return COD_ERROR;
     }
     if (codHMapIsPlainUint64(map)) {
@@ -320,7 +327,7 @@ void codHMapRelease(CodHashMap *map) {
     map->keyCompare = nullptr;
     map->hashCalc = nullptr;
     map->hashAlloc = nullptr;
-    map->keyKind = HMAP_KEYS_ANY;
+    map->inlineLimit = 0;
     map->rehashIdx = -1;
 }
 

@@ -9,6 +9,8 @@
 
 #include <vel_infra/adr/ani_log_base.h>
 
+#include "base/cod_thread.h"
+
 namespace {
 
 constexpr CodUint32 kDepth = COD_ERROR_STACK_DEPTH;
@@ -42,20 +44,7 @@ struct CodErrorInfo {
     CodUint32 traceCount;
 };
 
-// 20 KiB a thread is too much for the memory that the loader keeps for libraries opened late, so the record itself is reached the
-// slow way, and only the pointer to it through the thread pointer alone.
-constinit thread_local CodErrorInfo gErrorInfo{};
-[[gnu::tls_model("initial-exec")]] constinit thread_local CodErrorInfo *gErrorInfoPtr = nullptr;
-
-COD_COLD CodErrorInfo &firstErrorInfo() {
-    gErrorInfoPtr = &gErrorInfo;
-    return gErrorInfo;
-}
-
-inline CodErrorInfo &errorInfo() {
-    CodErrorInfo *info = gErrorInfoPtr;
-    return COD_LIKELY(info != nullptr) ? *info : firstErrorInfo();
-}
+COD_THREAD_LOCAL(CodErrorInfo, errorInfo, {});
 
 // codRestoreError sets any depth; entries are read as if the stack were full then.
 inline CodUint32 usedEntries(const CodErrorStack &stack) {

@@ -33,14 +33,16 @@ CodResult codRegErrorDef(const CodErrDef *defs, CodUint32 count) {
     if (gErrorDefinitions.owner == nullptr) {
         initDefinitions();
     }
-    for (CodUint32 i = 0; i < count; i++) {
-        if (codDArrayPushBackItem(&gErrorDefinitions, &defs[i]) != COD_SUCCESS) {
-            guardErrorCode();
-            return COD_ERROR;
-        }
+    CodResult result = COD_SUCCESS;
+    for (CodUint32 i = 0; i < count && result == COD_SUCCESS; i++) {
+        result = codDArrayPushBackItem(&gErrorDefinitions, &defs[i]);
     }
+    // After a failure too: what was added stays, and must be found.
     codDArrayQuickSort(&gErrorDefinitions, codErrDefCmp);
-    return COD_SUCCESS;
+    if (result != COD_SUCCESS) {
+        guardErrorCode();
+    }
+    return result;
 }
 
 void codUnRegErrorDef(void) {

@@ -3,6 +3,8 @@
 #include <immintrin.h>
 #include <time.h>
 
+#include "base/cod_thread.h"
+
 namespace {
 
 // Written only when a waiter sleeps, so neighbours on one cache line do not slow each other.
@@ -12,7 +14,7 @@ constinit SpinLockAttr g_SpinLockAttrs[__LOCK_TYPE_COUNT__] = {
 #undef LOCK_TYPE
 };
 
-[[gnu::tls_model("initial-exec")]] constinit thread_local CodUint32 gTlsSpinSleeps = 0;
+COD_THREAD_LOCAL(CodUint32, gTlsSpinSleeps, {0});
 
 SpinLockAttr &attrOf(CodUint32 type) {
     return g_SpinLockAttrs[type < __LOCK_TYPE_COUNT__ ? type : CodUint32{LOCK_TYPE_OTHERS}];
@@ -23,6 +25,12 @@ inline bool tryTake(SpinLock *lock) {
     return __atomic_load_n(&lock->word, __ATOMIC_RELAXED) == 0 && __atomic_exchange_n(&lock->word, 1u, __ATOMIC_ACQUIRE) == 0;
 }
 
+void pauseTimes(CodUint64 times) {
+    for (CodUint64 i = 0; i < times; i++) {
+        _mm_pause();
+    }
+}
+
 COD_COLD void spinWait(SpinLock *lock, CodUint32 type) {
     const SpinLockAttr &attr = attrOf(type);
     for (;;) {
@@ -31,9 +39,7 @@ COD_COLD void spinWait(SpinLock *lock, CodUint32 type) {
         }
         // 64 bits: the back-off doubles past any 32-bit bound.
         for (CodUint64 backOff = 1; backOff <= attr.spinCount; backOff *= 2) {
-            for (CodUint64 i = 0; i < backOff; i++) {
-                _mm_pause();
-            }
+            pauseTimes(backOff);
             if (tryTake(lock)) {
                 return;
             }
@@ -52,6 +58,21 @@ void spinLock(SpinLock *lock, CodUint32 type) {
 
 CodBool spinTryLock(SpinLock *lock) {
     return tryTake(lock);
+}
+
+CodBool spinTryLockTimes(SpinLock *lock, CodUint32 type, CodUint32 times) {
+    const CodUint64 longest = attrOf(type).spinCount;
+    CodUint64 backOff = 1;
+    for (CodUint32 attempt = 0; attempt < times; attempt++) {
+        if (tryTake(lock)) {
+            return true;
+        }
+        if (attempt + 1 < times) {
+            pauseTimes(backOff);
+            backOff = backOff * 2 <= longest ? backOff * 2 : 1;
+        }
+    }
+    return false;
 }
 
 void spinUnlock(SpinLock *lock) {
@@ -73,9 +94,9 @@ void spinSleep(CodUint32 type) {
 void spinSleepDefault(void) {
     const timespec pause{.tv_sec = 0, .tv_nsec = 100000};
     nanosleep(&pause, nullptr);
-    gTlsSpinSleeps++;
+    gTlsSpinSleeps()++;
 }
 
 CodUint32 spinGetTlsSleeps(void) {
-    return gTlsSpinSleeps;
+    return gTlsSpinSleeps();
 }

@@ -11,7 +11,9 @@
 #include <vel_infra/error/ani_error_base.h>
 #include <vel_infra/utils/ani_clock.h>
 
+#include "adr/ani_blackbox_internal.h"
 #include "base/cod_bytes.h"
+#include "base/cod_thread.h"
 
 namespace {
 
@@ -22,17 +24,18 @@ struct FaultState {
     CodInt32 failAfter;  // negative: none
     CodUint64 random;    // 0: not seeded
 };
-[[gnu::tls_model("initial-exec")]] constinit thread_local FaultState gFault{-1, 0};
+COD_THREAD_LOCAL(FaultState, faultState, {-1, 0});
 
 // xorshift64* (Marsaglia; Vigna), seeded per thread.
 CodUint32 nextRandom() {
-    if (gFault.random == 0) {
-        gFault.random = (reinterpret_cast<CodUint64>(&gFault) ^ static_cast<CodUint64>(codInstantNow())) | 1;
+    FaultState &fault = faultState();
+    if (fault.random == 0) {
+        fault.random = (reinterpret_cast<CodUint64>(&fault) ^ static_cast<CodUint64>(codInstantNow())) | 1;
     }
-    gFault.random ^= gFault.random >> 12;
-    gFault.random ^= gFault.random << 25;
-    gFault.random ^= gFault.random >> 27;
-    return static_cast<CodUint32>(gFault.random * 0x2545F4914F6CDD1DULL >> 32);
+    fault.random ^= fault.random >> 12;
+    fault.random ^= fault.random << 25;
+    fault.random ^= fault.random >> 27;
+    return static_cast<CodUint32>(fault.random * 0x2545F4914F6CDD1DULL >> 32);
 }
 
 COD_COLD CodResult raiseInjected(CodUint64 size, const char *what) {
@@ -45,18 +48,30 @@ COD_COLD CodResult raiseOutOfMemory(CodUint64 size, const char *what) {
 
 // The failure that codFailAllocAfter ordered, when its turn has come.
 bool isFailureDue() {
-    return gFault.failAfter >= 0 && gFault.failAfter-- == 0;
+    FaultState &fault = faultState();
+    return fault.failAfter >= 0 && fault.failAfter-- == 0;
 }
 
 COD_COLD CodResult failZeroSize() {
-    constexpr const char *kDumpInfo = "dump info: alloc size is zero";
+    constexpr const char *kReason = "alloc size is zero";
     if (bbxInterErrorNeedCoredump()) {
-        codPanic("%s", kDumpInfo);
+        cod::dumpLine("dump info: %s\n", kReason);
+        bbxPanicLine(__FILE__, __LINE__);
+        abort();
     }
     if (bbxInterErrorPrepare() == 0) {
-        bbxInterError(__FILE__, __LINE__, kDumpInfo);
+        cod::dumpLine("dump info: %s\n", kReason);
+        bbxInterError(__FILE__, __LINE__, kReason);
     }
-    return codRaise(ERR_CMM_INTERNAL_ERROR, "alloc size is zero");
+    return codRaise(ERR_CMM_INTERNAL_ERROR, kReason);
+}
+
+// The result of a caller's function, with an error behind it when it failed.
+CodResult guarded(CodResult result) {
+    if (COD_UNLIKELY(result != COD_SUCCESS)) {
+        guardErrorCode();
+    }
+    return result;
 }
 
 // The one place where memory comes from. name stands in messages.
@@ -68,8 +83,9 @@ CodResult allocate(CodUint64 size, CodUint32 alignment, const char *name, void *
     if (size == 0) {
         return failZeroSize();
     }
+    // What posix_memalign refuses too; asking it would end a program under the address sanitizer.
     if (!cod::isPowerOf2(alignment) || alignment < kAlignment) {
-        return codRaise(ERR_CMM_INVALID_PARAMETER, "alignment is not a power of two of at least 8");
+        return raiseOutOfMemory(size, name);
     }
     if (COD_UNLIKELY(codIsFaultPointSet(FAULT_POINT_SYS_ALLOC)) && nextRandom() % 100 == 0) {
         return raiseInjected(size, "mock system memory");
@@ -155,7 +171,7 @@ void freeLargePageMem(void *buffer) {
 }
 
 void codFailAllocAfter(CodInt32 n) {
-    gFault.failAfter = std::max(n, -1);
+    faultState().failAfter = std::max(n, -1);
 }
 
 // ---- Allocator records ----
@@ -178,15 +194,14 @@ CodMemAlloc *codMemGetSystemAlloc(void) {
 }
 
 CodResult codMemExtend(CodMemAlloc *allocator, void **ptr, CodUint32 oldSize, CodUint32 newSize, CodBool keepOldData) {
-    if (allocator == nullptr || ptr == nullptr) {
+    if (allocator == nullptr || ptr == nullptr || (allocator->extend == nullptr && allocator->alloc == nullptr)) {
         return codRaise(ERR_CMM_POINTER_NULL);
     }
     if (allocator->extend != nullptr) {
-        return allocator->extend(allocator, ptr, oldSize, newSize, keepOldData);
+        return guarded(allocator->extend(allocator, ptr, oldSize, newSize, keepOldData));
     }
     void *block = nullptr;
-    if (allocator->alloc(allocator, newSize, &block) != COD_SUCCESS) {
-        guardErrorCode();
+    if (guarded(allocator->alloc(allocator, newSize, &block)) != COD_SUCCESS) {
         return COD_ERROR;
     }
     if (*ptr != nullptr) {
@@ -205,7 +220,7 @@ CodResult codAllocFromMem(const CodMemAllocator *allocator, CodUint32 allocSize,
     if (allocator == nullptr || allocator->pfnAlloc == nullptr) {
         return codRaise(ERR_CMM_POINTER_NULL);
     }
-    return allocator->pfnAlloc(allocator->ctx, allocSize, buf);
+    return guarded(allocator->pfnAlloc(allocator->ctx, allocSize, buf));
 }
 
 void codFreeToMem(const CodMemAllocator *allocator, void *ptr) {

@@ -12,6 +12,7 @@
 
 #include "base/cod_asan.h"
 #include "base/cod_bytes.h"
+#include "base/cod_thread.h"
 #include "memory/ani_memory_internal.h"
 
 namespace {
@@ -68,44 +69,56 @@ void sendExhaustionAlert(const char *poolName, bool isRaise) {
     aniSendAlert(ALERT_MEMORY_POOL, isRaise, "|%s memory pool is exhausted", poolName);
 }
 
-// Under the lock; whether the alert shall be sent once the lock is released.
-bool noteExhaustion(MemoryPool *pool) {
-    if (pool->alerted) {
-        return false;
-    }
-    const CodDate now = codNow();
-    if (now - pool->alertTime <= kAlertInterval) {
-        return false;
-    }
-    pool->alertTime = now;
-    pool->alerted = true;
-    return true;
-}
-
-bool noteBlocksFreed(MemoryPool *pool) {
+// Under the lock; whether an outstanding alert is over, and a clearing one shall be sent once the lock is released.
+bool clearAlert(MemoryPool *pool) {
     const bool isCleared = pool->alerted && pool->freeBlocks.count > pool->rsvdBlocks;
     pool->alerted = pool->alerted && !isCleared;
     return isCleared;
 }
 
-// Puts a chain back. A context's end hands in its first block, which stops being one under the lock, so that a report never reads
-// the record of a context whose blocks are on their way to another.
-void returnBlocks(MemoryPool *pool, const MpoolBlockCtrlList &blocks, MpoolBlockCtrl *endedContext) {
-#if COD_WITH_ASAN
-    for (MpoolBlockCtrl *block = blocks.head; block != nullptr; block = block->next) {
-        cod::asanPoison(block->block, pool->blockSize);
+// Under the lock; whether this thread shall raise the alert. The time keeps other threads from raising it as well meanwhile.
+bool isAlertDue(MemoryPool *pool) {
+    const CodDate now = codNow();
+    if (pool->alerted || now - pool->alertTime <= kAlertInterval) {
+        return false;
     }
-#endif
+    pool->alertTime = now;
+    return true;
+}
+
+// The receiver is called without the lock. Only then is the alert outstanding, so that no other thread clears it before it was raised;
+// blocks that came back meanwhile clear it here.
+void raiseAlert(MemoryPool *pool) {
+    sendExhaustionAlert(pool->name, true);
     bool isCleared = false;
     {
         const PoolLock lock(pool);
+        pool->alerted = true;
+        isCleared = clearAlert(pool);
+    }
+    if (isCleared) {
+        sendExhaustionAlert(pool->name, false);
+    }
+}
+
+// Puts a chain back. A context's end hands in its first block, which stops being one under the lock, so that a report never reads
+// the record of a context whose blocks are on their way to another.
+void returnBlocks(MemoryPool *pool, const MpoolBlockCtrlList &blocks, MpoolBlockCtrl *endedContext) {
+    bool isCleared = false;
+    {
+        const PoolLock lock(pool);
+#if COD_WITH_ASAN
+        for (MpoolBlockCtrl *block = blocks.head; block != nullptr; block = block->next) {
+            cod::asanPoison(block->block, pool->blockSize);
+        }
+#endif
         if (endedContext != nullptr) {
             __atomic_store_n(&endedContext->type, CodUint8{MPOOL_BLOCK_TYPE_PLAIN}, __ATOMIC_RELAXED);
             pool->poolStats.ctxDestroyTimes++;
         }
         appendChain(&pool->freeBlocks, blocks);
         setFreeCount(pool, pool->freeBlocks.count + blocks.count);
-        isCleared = noteBlocksFreed(pool);
+        isCleared = clearAlert(pool);
     }
     if (COD_UNLIKELY(isCleared)) {
         sendExhaustionAlert(pool->name, false);
@@ -173,7 +186,7 @@ CodBool takeRecycled(MemoryPool *pool, MpoolBlockCtrl **block) {
     MpoolBlockCtrl *first = recycled.head;
     MpoolBlockCtrlList others{first->next, first->next != nullptr ? recycled.tail : nullptr, recycled.count - 1, 0};
     first->next = nullptr;
-    first->type = MPOOL_BLOCK_TYPE_PLAIN;
+    __atomic_store_n(&first->type, CodUint8{MPOOL_BLOCK_TYPE_PLAIN}, __ATOMIC_RELAXED);
     cod::asanPoison(first->block, pool->blockSize);
     {
         const PoolLock lock(pool);
@@ -190,48 +203,67 @@ COD_COLD CodResult raiseExhausted(const MemoryPool *pool) {
     return codRaise(ERR_CMM_ALLOC_MPOOL_BLOCK, pool->name);
 }
 
-// Takes a block out of a new buffer; the extend callback runs under the lock, so that threads that find the pool empty at the same
-// time wait for one new buffer.
-CodResult takeFromNewBuffer(MemoryPool *pool, MpoolBlockCtrl **block, bool canAllocRsvd) {
+enum class Extension { kDone, kFailed, kUnusable, kTooSmall };
+
+// Takes a block out of a new buffer. The extend callback runs under the lock, so that threads that find the pool empty at the same time
+// wait for one new buffer; errors are raised without it.
+Extension extendAndTake(MemoryPool *pool, MpoolBlockCtrl **block, bool canAllocRsvd) {
     const PoolLock lock(pool);
-    if (!isAboveReserve(pool, canAllocRsvd)) {
-        void *buffer = nullptr;
-        CodUint64 size = 0;
-        if (pool->extend(pool->owner, &buffer, &size) != COD_SUCCESS) {
-            guardErrorCode();
-            return COD_ERROR;
-        }
-        if (!isUsableBuffer(buffer, size)) {
-            return codRaise(ERR_CMM_INVALID_PARAMETER, "the extend callback of a memory pool gave an unusable buffer");
-        }
-        addBuffer(pool, buffer, size);
-        pool->poolStats.extendTimes++;
-        if (pool->freeBlocks.count == 0) {
-            return raiseExhausted(pool);
-        }
+    if (isAboveReserve(pool, canAllocRsvd)) {
+        pool->poolStats.ctxAllocTimes++;
+        *block = popFree(pool);
+        return Extension::kDone;
+    }
+    void *buffer = nullptr;
+    CodUint64 size = 0;
+    if (pool->extend(pool->owner, &buffer, &size) != COD_SUCCESS) {
+        return Extension::kFailed;
+    }
+    if (!isUsableBuffer(buffer, size)) {
+        return Extension::kUnusable;
+    }
+    addBuffer(pool, buffer, size);
+    pool->poolStats.extendTimes++;
+    if (pool->freeBlocks.count == 0) {
+        return Extension::kTooSmall;
     }
     *block = popFree(pool);
-    return COD_SUCCESS;
+    return Extension::kDone;
+}
+
+CodResult takeFromNewBuffer(MemoryPool *pool, MpoolBlockCtrl **block, bool canAllocRsvd) {
+    switch (extendAndTake(pool, block, canAllocRsvd)) {
+        case Extension::kDone:
+            return COD_SUCCESS;
+        case Extension::kUnusable:
+            return codRaise(ERR_CMM_INVALID_PARAMETER, "the extend callback of a memory pool gave an unusable buffer");
+        case Extension::kTooSmall:
+            return raiseExhausted(pool);
+        default:
+            guardErrorCode();
+            return COD_ERROR;
+    }
 }
 
 CodResult failExhausted(MemoryPool *pool) {
-    bool isRaised = false;
+    bool isDue = false;
     {
         const PoolLock lock(pool);
-        isRaised = noteExhaustion(pool);
+        isDue = isAlertDue(pool);
     }
-    if (isRaised) {
-        sendExhaustionAlert(pool->name, true);
+    if (isDue) {
+        raiseAlert(pool);
     }
     return raiseExhausted(pool);
 }
 
 // ---- Contexts ----
 
-// A value that no other living thread has.
+// Its address is a value that no other living thread has.
+COD_THREAD_LOCAL(char, threadMark, {0});
+
 MemThreadOwner thisThread() {
-    [[gnu::tls_model("initial-exec")]] static constinit thread_local char gThreadMark = 0;
-    return reinterpret_cast<MemThreadOwner>(&gThreadMark);
+    return reinterpret_cast<MemThreadOwner>(&threadMark());
 }
 
 void checkOwner(const MemoryContext *context) {
@@ -349,7 +381,7 @@ CodResult mpoolCreate(CodUint32 blockCount, CodUint32 blockSize, MemRsrcType mem
     }
     CodUint64 size = 0;
     if (__builtin_mul_overflow(cod::blockStride(blockSize), blockCount, &size) || size > kMaxBufferSize - sizeof(MpoolBuffer)) {
-        return codRaise(ERR_CMM_INVALID_PARAMETER, "the blocks of a memory pool exceed the size of a buffer");
+        size = UINT64_MAX - sizeof(MpoolBuffer);  // which no system has
     }
     size += sizeof(MpoolBuffer);
     *pool = {};
@@ -499,9 +531,12 @@ CodBool mctxTryCreateWithRsrc(MemoryPool *pool, MemRsrc *memRsrc, MemoryContext 
 }
 
 CodBool mctxTryCustomCreate(MemoryPool *pool, MemRsrc *memRsrc, CodUint16 customCode, CodBool canAllocRsvd, MemoryContext **context) {
+    if (context == nullptr) {
+        return false;
+    }
+    *context = nullptr;
     MpoolBlockCtrl *block = nullptr;
-    if (pool == nullptr || context == nullptr || !canHoldContext(pool) ||
-        !tryAllocBlockWithRsrc(pool, memRsrc, &block, canAllocRsvd, true)) {
+    if (pool == nullptr || !canHoldContext(pool) || !tryAllocBlockWithRsrc(pool, memRsrc, &block, canAllocRsvd, true)) {
         return false;
     }
     *context = makeContext(block, pool, memRsrc, customCode, canAllocRsvd);

@@ -1,6 +1,6 @@
 #pragma once
 
-// What the container and algorithm tests share: repeatable random numbers and bytes, expectations of errors, an accounting allocator.
+// What the container and algorithm tests share: repeatable random numbers and operations, expected errors, memory that is watched.
 
 #include <algorithm>
 #include <cstdint>
@@ -19,15 +19,11 @@
 
 namespace collection_support {
 
-class Random {
-public:
-    explicit Random(std::uint64_t seed) : engine_(seed) {}
+struct Random {
+    explicit Random(std::uint64_t seed) : next(seed) {}
 
     std::uint32_t below(std::uint32_t limit) {
-        return static_cast<std::uint32_t>(engine_() % limit);
-    }
-    CodUint8 byte() {
-        return static_cast<CodUint8>(engine_());
+        return static_cast<std::uint32_t>(next() % limit);
     }
     bool oneIn(std::uint32_t n) {
         return below(n) == 0;
@@ -35,32 +31,25 @@ public:
     // The memory ends with the last byte, so that the address sanitizer sees every access behind it.
     std::vector<CodUint8> bytes(std::size_t size) {
         std::vector<CodUint8> list(size);
-        std::generate(list.begin(), list.end(), [&] { return byte(); });
+        std::generate(list.begin(), list.end(), [&] { return static_cast<CodUint8>(next()); });
         return list;
     }
 
-private:
-    std::mt19937_64 engine_;
+    std::mt19937_64 next;
 };
 
 // An operation of a random sequence, drawn in proportion to its weight.
 struct Operation {
-    std::uint32_t weight;
+    double weight;
     std::function<void()> run;
 };
 
 inline void runOneOf(const std::vector<Operation> &operations, Random &random) {
-    std::uint32_t total = 0;
-    for (const Operation &operation : operations) {
-        total += operation.weight;
-    }
-    std::uint32_t drawn = random.below(total);
-    for (std::size_t i = 0;; drawn -= operations[i++].weight) {
-        if (drawn < operations[i].weight) {
-            SCOPED_TRACE(testing::Message() << "operation " << i);
-            return operations[i].run();
-        }
-    }
+    std::vector<double> weights;
+    std::transform(operations.begin(), operations.end(), std::back_inserter(weights), [](const Operation &o) { return o.weight; });
+    std::size_t drawn = std::discrete_distribution<std::size_t>(weights.begin(), weights.end())(random.next);
+    SCOPED_TRACE(testing::Message() << "operation " << drawn);
+    operations[drawn].run();
 }
 
 // Runs the call and expects it to fail with this code as the newest error, with exactly this text when one is given.
@@ -69,58 +58,42 @@ void expectError(CodError code, std::string_view text, Call call) {
     codCleanError();
     EXPECT_EQ(call(), COD_ERROR);
     EXPECT_EQ(codGetErrorCode(), code);
-    if (!text.empty()) {
-        EXPECT_EQ(codGetLastErrorMsg(), text);
-    }
+    EXPECT_TRUE(text.empty() || codGetLastErrorMsg() == text) << codGetLastErrorMsg();
     codCleanError();
 }
 
-// Passes everything on to the system allocator and knows the size of every live block.
-struct AccountingAlloc : CodMemAlloc {
-    enum Kind { kFull, kWithoutExtend, kWithoutFree };
-
-    explicit AccountingAlloc(Kind kind = kFull)
-        : CodMemAlloc{take, kind == kFull ? grow : nullptr, kind == kWithoutFree ? nullptr : give} {}
-    ~AccountingAlloc() {
-        for (const auto &[block, size] : live) {
-            codSysFree(block);
-        }
+// System memory, filled with rubbish, behind an allocator record that knows the size of every live block.
+struct WatchedMemory : CodMemAlloc {
+    WatchedMemory() : CodMemAlloc{take, grow, give} {}
+    WatchedMemory(const WatchedMemory &) = delete;
+    WatchedMemory &operator=(const WatchedMemory &) = delete;
+    ~WatchedMemory() {
+        std::for_each(live.begin(), live.end(), [](const auto &block) { codSysFree(block.first); });
     }
-    AccountingAlloc(const AccountingAlloc &) = delete;
-    AccountingAlloc &operator=(const AccountingAlloc &) = delete;
+
+    static auto &liveOf(CodMemAlloc *owner) {
+        return static_cast<WatchedMemory *>(owner)->live;
+    }
+    static CodResult take(CodMemAlloc *owner, CodUint32 size, void **out) {
+        COD_TRY(codSysAlloc(size, out));
+        std::memset(*out, 0xdd, size);
+        liveOf(owner)[*out] = size;
+        return COD_SUCCESS;
+    }
+    static CodResult grow(CodMemAlloc *owner, void **ptr, CodUint32 oldSize, CodUint32 newSize, CodBool keepOldData) {
+        EXPECT_EQ(liveOf(owner).at(*ptr), oldSize);
+        void *old = *ptr;
+        COD_TRY(codSysExtend(ptr, oldSize, newSize, keepOldData));
+        liveOf(owner).erase(old);
+        liveOf(owner)[*ptr] = newSize;
+        return COD_SUCCESS;
+    }
+    static void give(CodMemAlloc *owner, void *ptr) {
+        EXPECT_EQ(liveOf(owner).erase(ptr), 1u) << "a block that is not live was freed";
+        codSysFree(ptr);
+    }
 
     std::map<void *, CodUint32> live;
-
-private:
-    static auto &liveOf(CodMemAlloc *owner) {
-        return static_cast<AccountingAlloc *>(owner)->live;
-    }
-
-    static CodResult take(CodMemAlloc *owner, CodUint32 size, void **out) {
-        CodResult result = codSysAlloc(size, out);
-        if (result == COD_SUCCESS) {
-            liveOf(owner)[*out] = size;
-        }
-        return result;
-    }
-
-    static CodResult grow(CodMemAlloc *owner, void **ptr, CodUint32 oldSize, CodUint32 newSize, CodBool keepOldData) {
-        auto old = liveOf(owner).find(*ptr);
-        EXPECT_TRUE(old != liveOf(owner).end() && old->second == oldSize) << "the block is not live, or of another size";
-        CodResult result = codSysExtend(ptr, oldSize, newSize, keepOldData);
-        if (result == COD_SUCCESS) {
-            liveOf(owner).erase(old);
-            liveOf(owner)[*ptr] = newSize;
-        }
-        return result;
-    }
-
-    static void give(CodMemAlloc *owner, void *ptr) {
-        if (ptr != nullptr) {
-            EXPECT_EQ(liveOf(owner).erase(ptr), 1u) << "a block that is not live was freed";
-            codSysFree(ptr);
-        }
-    }
 };
 
 }  // namespace collection_support

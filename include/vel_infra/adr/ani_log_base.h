@@ -20,7 +20,8 @@ typedef enum CodLogLevel COD_ENUM_BASE {
     COD_LOG_OFF = 7,
 } CodLogLevel;
 
-/* Writes one message. errcode 0: the message belongs to no error. Texts are borrowed for the call. */
+/* Writes one message. errcode 0: the message belongs to no error. Texts are borrowed for the call. Must not raise errors: at level DEBUG
+ * every raised error is logged. */
 typedef void (*CodLogCallback)(CodLogLevel level, CodInt32 errcode, const char *fileName, const char *funcName, CodInt32 lineNo,
                                const char *fmt, ...) COD_PRINTF(6, 7);
 

@@ -88,14 +88,13 @@ COD_API_INLINE CodResult codDArrayNewItem(CodDArray *array, void **item) {
 
 COD_API_INLINE CodResult codDArrayPushBackItem(CodDArray *array, const void *item) {
     if (COD_LIKELY(array != NULL && item != NULL && array->count < array->capacity)) {
-        CodUint8 *place = (CodUint8 *)array->ptr + (size_t)array->count * array->elementSize;
         if (array->elementSize == 8) {
             /* Where the compiler sees a smaller item it would warn of this branch, which such an array never takes. */
             const void *source = item;
             __asm__("" : "+r"(source));
-            memcpy(place, source, 8);
+            memcpy((CodUint8 *)array->ptr + (size_t)array->count * 8, source, 8);
         } else {
-            memcpy(place, item, array->elementSize);
+            memcpy((CodUint8 *)array->ptr + (size_t)array->count * array->elementSize, item, array->elementSize);
         }
         array->count++;
         return COD_SUCCESS;

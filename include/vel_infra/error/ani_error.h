@@ -1,7 +1,8 @@
 #ifndef VEL_INFRA_ERROR_ANI_ERROR_H
 #define VEL_INFRA_ERROR_ANI_ERROR_H
 
-/* The database server's error table (codes 1200 to 9409), carried for the server, and the SQL states. */
+/* The database server's error table (codes 1200 to 9409), carried for the server, and the SQL states. So far the table holds the rows that
+ * this library raises itself. */
 
 #include <vel_infra/base/cod_types.h>
 #include <vel_infra/error/ani_error_def.h>

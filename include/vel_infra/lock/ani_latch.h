@@ -34,10 +34,12 @@ typedef struct SpinLockAttr {
 } SpinLockAttr;
 COD_STATIC_ASSERT(sizeof(SpinLockAttr) == 32, "layout is fixed");
 
-/* Takes the lock, waiting as long as it takes. lock must not be null, here and in the next function. */
+/* Takes the lock, waiting as long as it takes. lock must not be null, here and in the next two. */
 COD_API void spinLock(SpinLock *lock, CodUint32 type);
 /* One attempt. */
 COD_NODISCARD COD_API CodBool spinTryLock(SpinLock *lock);
+/* At most `times` attempts, pausing between them as a waiter does, and never sleeping. False: not taken. */
+COD_NODISCARD COD_API CodBool spinTryLockTimes(SpinLock *lock, CodUint32 type, CodUint32 times);
 /* Gives the lock back; nothing for a null lock. */
 COD_API void spinUnlock(SpinLock *lock);
 

@@ -16,7 +16,7 @@ COD_BEGIN_DECLS
  * ERR_CMM_ALLOC_MEMORY where a test injected the failure; ERR_CMM_POINTER_NULL. */
 COD_NODISCARD COD_API CodResult codSysAlloc(CodUint64 size, void **out);
 
-/* The same with the given alignment, a power of two of at least 8. Also: ERR_CMM_INVALID_PARAMETER for another alignment. */
+/* The same with the given alignment, a power of two of at least 8. Another alignment fails with ERR_CMM_OUT_OF_MEMORY too. */
 COD_NODISCARD COD_API CodResult codSysAllocAligned(CodUint64 size, void **out, CodUint32 alignedSize);
 
 /* Grows a block of codSysAlloc to newSize bytes. A size that the block holds already changes nothing; otherwise *ptr is a new block

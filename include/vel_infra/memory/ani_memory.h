@@ -74,7 +74,8 @@ typedef struct MemPoolStats {
  * Called without the pool's lock. */
 typedef void (*MpoolRecycle)(MemoryPool *pool, MpoolBlockCtrlList *blocks);
 /* Gives a further buffer, 8-byte aligned and from the system allocator, which the pool then owns, and its size in bytes. On failure returns
- * COD_ERROR with an error raised. Called under the pool's lock: it must not use the pool. A buffer that is unaligned or smaller than
+ * COD_ERROR with an error raised. Called under the pool's lock: neither it nor a log
+ * callback that its error reaches may use the pool. A buffer that is unaligned or smaller than
  * its header is refused with ERR_CMM_INVALID_PARAMETER, and stays the callback's. */
 typedef CodResult (*MpoolExtend)(void *owner, void **buffer, CodUint64 *size);
 
@@ -128,11 +129,16 @@ struct __attribute__((packed)) MemoryContext {
     CodUint64 abandonedBytes; /* unused ends of blocks that the context moved on from, since its creation */
 };
 
+/* The inline allocation below reads and writes these. */
+COD_STATIC_ASSERT(offsetof(MemoryContext, currCtrl) == 56 && offsetof(MemoryContext, currPos) == 72 &&
+                      offsetof(MemoryContext, blockSize) == 80,
+                  "layout is fixed");
+
 /* ---- Pools ---- */
 
 /* A pool of blockCount free blocks of blockSize bytes in one buffer of system memory. The name, of at most 67 bytes, is copied.
  * End it with mpoolDestroy. On failure nothing is held.
- * Errors: ERR_CMM_OUT_OF_MEMORY, ERR_CMM_COPY_DATA for a longer name, ERR_CMM_INVALID_PARAMETER for a size beyond 64 bits. */
+ * Errors: ERR_CMM_OUT_OF_MEMORY, ERR_CMM_COPY_DATA for a longer name. */
 COD_NODISCARD COD_API CodResult mpoolCreate(CodUint32 blockCount, CodUint32 blockSize, MemRsrcType memType, const char *name,
                                             MemoryPool *pool);
 
@@ -169,7 +175,8 @@ COD_NODISCARD COD_API CodResult mctxCreateWithRsrc(MemoryPool *pool, MemRsrc *me
 /* With the custom code that is stamped on its blocks, and the permission to take the pool's reserve. */
 COD_NODISCARD COD_API CodResult mctxCustomCreate(MemoryPool *pool, MemRsrc *memRsrc, CodUint16 customCode, CodBool canAllocRsvd,
                                                  MemoryContext **context);
-/* The same from the free list alone, raising nothing: false when there is no block, no quota, or a null argument. */
+/* The same from the free list alone, raising nothing: false, and a null *context, when there is no block, no quota, or a null argument. A
+ * refusal of quota passes over the error stack and is dropped again: the fourth entry of a full one goes with it. */
 COD_NODISCARD COD_API CodBool mctxTryCreate(MemoryPool *pool, MemoryContext **context);
 COD_NODISCARD COD_API CodBool mctxTryCreateWithRsrc(MemoryPool *pool, MemRsrc *memRsrc, MemoryContext **context);
 COD_NODISCARD COD_API CodBool mctxTryCustomCreate(MemoryPool *pool, MemRsrc *memRsrc, CodUint16 customCode, CodBool canAllocRsvd,
