@@ -96,6 +96,7 @@ CodResult codDArrayNewItem(CodDArray *array, void **item) {
     array->count++;
     return COD_SUCCESS;
 }
+CodResult codDArrayNewItemExported(CodDArray *array, void **item) COD_SECOND_NAME(codDArrayNewItem);
 
 CodResult codDArrayPushBackItem(CodDArray *array, const void *item) {
     if (array == nullptr || item == nullptr) {
@@ -109,6 +110,7 @@ CodResult codDArrayPushBackItem(CodDArray *array, const void *item) {
     memcpy(place, source.in(array), array->elementSize);
     return COD_SUCCESS;
 }
+CodResult codDArrayPushBackItemExported(CodDArray *array, const void *item) COD_SECOND_NAME(codDArrayPushBackItem);
 
 CodResult codDArrayPutItem(CodDArray *array, const void *item, CodUint32 index) {
     if (array == nullptr || item == nullptr) {

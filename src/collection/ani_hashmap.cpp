@@ -227,6 +227,7 @@ CodResult codHMapAdd(CodHashMap *map, CodHashEntry *entry) {
     table.used++;
     return COD_SUCCESS;
 }
+CodResult codHMapAddExported(CodHashMap *map, CodHashEntry *entry) COD_SECOND_NAME(codHMapAdd);
 
 CodHashEntry *codHMapFind(const CodHashMap *map, CodHashPointer key) {
     if (map == nullptr || COD_UNLIKELY(!isInitialised(map))) {
@@ -234,6 +235,7 @@ CodHashEntry *codHMapFind(const CodHashMap *map, CodHashPointer key) {
     }
     return codHMapIsPlainUint64(map) ? *codHMapLinkUint64(map, key.intValue) : hashMapFindIdx(map, key).entry;
 }
+CodHashEntry *codHMapFindExported(const CodHashMap *map, CodHashPointer key) COD_SECOND_NAME(codHMapFind);
 
 CodHashEntry *codHMapDelete(CodHashMap *map, CodHashPointer key) {
     if (map == nullptr || (map->hashTable[0].used == 0 && map->hashTable[1].used == 0)) {
@@ -258,6 +260,7 @@ CodHashEntry *codHMapDelete(CodHashMap *map, CodHashPointer key) {
     table.used--;
     return place.entry;
 }
+CodHashEntry *codHMapDeleteExported(CodHashMap *map, CodHashPointer key) COD_SECOND_NAME(codHMapDelete);
 
 // ---- Walking ----
 

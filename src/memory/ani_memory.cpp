@@ -575,6 +575,7 @@ CodResult mctxAlloc(MemoryContext *context, CodUint32 size, void **buffer) {
     *buffer = carve(context, static_cast<CodUint32>(rounded), size);
     return COD_SUCCESS;
 }
+CodResult mctxAllocExported(MemoryContext *context, CodUint32 size, void **buffer) COD_SECOND_NAME(mctxAlloc);
 
 CodBool mctxTryAlloc(MemoryContext *context, CodUint32 size, void **buffer) {
     if (context == nullptr || buffer == nullptr) {

@@ -18,12 +18,14 @@
 #define COD_LIKELY(condition) __builtin_expect(!!(condition), 1)
 #define COD_UNLIKELY(condition) __builtin_expect(!!(condition), 0)
 
-/* An exported function whose hot path is also given inline: the header's body is used wherever it can be inlined, the library's
- * own body stands behind the exported name for foreign-function interfaces and function pointers. The body calls the exported
- * function for its cold rest through a second declaration made with COD_EXPORTED_AS. */
+/* An exported function whose hot path is also given inline: the header's body is used wherever the function is called by name, the
+ * library's own body stands behind the exported name for foreign-function interfaces and function pointers. The inline body calls the
+ * library's under a second name (mctxAlloc: mctxAllocExported), since a compiler takes a call of the first for a recursion. */
 #define COD_API_INLINE extern __inline __attribute__((gnu_inline, always_inline))
-#define COD_INLINE extern __inline __attribute__((gnu_inline, always_inline)) /* a piece of such a body, not exported itself */
-#define COD_EXPORTED_AS(name) __asm__(#name)
+/* A piece of such a body, not exported itself. */
+#define COD_INLINE extern __inline __attribute__((gnu_inline, always_inline))
+/* The second name, behind the definition of the function. */
+#define COD_SECOND_NAME(name) COD_API __attribute__((alias(#name)))
 
 #if defined(__SANITIZE_ADDRESS__)
 #define COD_WITH_ASAN 1

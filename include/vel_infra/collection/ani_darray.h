@@ -73,10 +73,11 @@ COD_API CodMemAlloc *codDArrayGetOwner(const CodDArray *array);
 
 /* ---- The hot paths, inline ---- */
 
-#if !defined(COD_NO_INLINE)
-COD_NODISCARD CodResult codDArrayNewItemExported(CodDArray *array, void **item) COD_EXPORTED_AS(codDArrayNewItem);
-COD_NODISCARD CodResult codDArrayPushBackItemExported(CodDArray *array, const void *item) COD_EXPORTED_AS(codDArrayPushBackItem);
+/* The library's own bodies under their second names. */
+COD_NODISCARD COD_API CodResult codDArrayNewItemExported(CodDArray *array, void **item);
+COD_NODISCARD COD_API CodResult codDArrayPushBackItemExported(CodDArray *array, const void *item);
 
+#if !defined(COD_NO_INLINE)
 COD_API_INLINE CodResult codDArrayNewItem(CodDArray *array, void **item) {
     if (COD_LIKELY(array != NULL && item != NULL && array->count < array->capacity)) {
         *item = (CodUint8 *)array->ptr + (size_t)array->count * array->elementSize;

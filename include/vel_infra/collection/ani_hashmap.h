@@ -143,9 +143,9 @@ COD_API void codHMapRelease(CodHashMap *map);
 
 /* ---- Beside the plain operations ---- */
 
-/* Buckets for `entries` entries at once: ends a rehash under way, and moves all entries over before it returns. Never shrinks.
- * Errors: ERR_CMM_OUT_OF_MEMORY, ERR_CMM_INVALID_PARAMETER for a map that is not initialised; the map then has its entries and buckets
- * as before, but no rehash under way. */
+/* Buckets for `entries` entries, or for those that the map holds if they are more, at once: ends a rehash under way, and moves all entries
+ * over before it returns. Never shrinks. Errors: ERR_CMM_OUT_OF_MEMORY, ERR_CMM_INVALID_PARAMETER for a map that is not initialised; the
+ * map then has its entries and buckets as before, but no rehash under way. */
 COD_NODISCARD COD_API CodResult codHMapReserve(CodHashMap *map, CodUint32 entries);
 /* Runs up to `steps` steps of a rehash under way, in idle time say. True while it is still under way. */
 COD_API CodBool codHMapRehashStep(CodHashMap *map, CodUint32 steps);
@@ -231,11 +231,12 @@ COD_INLINE CodBool codHMapAddUint64(CodHashMap *map, CodHashEntry *entry) {
     return true;
 }
 
-#if !defined(COD_NO_INLINE)
-COD_NODISCARD CodResult codHMapAddExported(CodHashMap *map, CodHashEntry *entry) COD_EXPORTED_AS(codHMapAdd);
-CodHashEntry *codHMapFindExported(const CodHashMap *map, CodHashPointer key) COD_EXPORTED_AS(codHMapFind);
-CodHashEntry *codHMapDeleteExported(CodHashMap *map, CodHashPointer key) COD_EXPORTED_AS(codHMapDelete);
+/* The library's own bodies under their second names. */
+COD_NODISCARD COD_API CodResult codHMapAddExported(CodHashMap *map, CodHashEntry *entry);
+COD_API CodHashEntry *codHMapFindExported(const CodHashMap *map, CodHashPointer key);
+COD_API CodHashEntry *codHMapDeleteExported(CodHashMap *map, CodHashPointer key);
 
+#if !defined(COD_NO_INLINE)
 COD_API_INLINE CodResult codHMapAdd(CodHashMap *map, CodHashEntry *entry) {
     if (COD_LIKELY(map != NULL && entry != NULL && map->hashTable[0].used < map->inlineLimit) && codHMapAddUint64(map, entry)) {
         return COD_SUCCESS;

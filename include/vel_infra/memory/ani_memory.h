@@ -239,9 +239,10 @@ COD_NODISCARD COD_API CodResult mpoolReport(MemoryPool *pool, MpoolReport *repor
 
 /* ---- The hot path, inline ---- */
 
-#if !COD_WITH_ASAN && !defined(COD_NO_INLINE)
-COD_NODISCARD CodResult mctxAllocExported(MemoryContext *context, CodUint32 size, void **buffer) COD_EXPORTED_AS(mctxAlloc);
+/* The library's own bodies under their second names. */
+COD_NODISCARD COD_API CodResult mctxAllocExported(MemoryContext *context, CodUint32 size, void **buffer);
 
+#if !COD_WITH_ASAN && !defined(COD_NO_INLINE)
 COD_API_INLINE CodResult mctxAlloc(MemoryContext *context, CodUint32 size, void **buffer) {
     if (COD_LIKELY(context != NULL && buffer != NULL)) {
         CodUint32 position = context->currPos;
