@@ -62,10 +62,6 @@ double sumInOrder(const CodUint8 *buckets, CodUint32 count) {
     return sum;
 }
 
-COD_COLD CodUint32 largestPowerOf2(CodUint32 count) {
-    return std::bit_floor(count);
-}
-
 // Registers take the place of the first one bit behind the index, or one more than there are such bits.
 COD_COLD void raiseRegister(CodUint8 *bucket, CodUint64 rest, int bits) {
     const int rank = (rest != 0 ? std::countl_zero(rest) : 64 - bits) + 1;
@@ -104,17 +100,24 @@ void codHllInit(CodUint8 *buckets, CodUint32 count) {
 }
 
 void codHllAdd(CodUint8 *buckets, CodUint32 count, const CodBytes *value) {
-    if (COD_UNLIKELY(buckets == nullptr || value == nullptr || count == 0)) {
+    if (COD_UNLIKELY(buckets == nullptr || value == nullptr)) {
         return;
     }
-    const CodUint64 hash = cod::murmurHash64(value->data, value->size);
+    // Powers of two, and no other number, change in more bits than their predecessor has.
+    CodUint32 used = count;
+    if (COD_UNLIKELY((count ^ (count - 1)) <= count - 1)) {
+        if (count == 0) {
+            return;
+        }
+        used = std::bit_floor(count);
+    }
     // The hash times 2^bits: the top `bits` bits in the high half, the others at the top of the low half.
-    const CodUint32 used = COD_LIKELY((count & (count - 1)) == 0) ? count : largestPowerOf2(count);
-    const Uint128 product = Uint128{hash} * used;
+    const Uint128 product = Uint128{cod::murmurHash64(value->data, value->size)} * used;
     const auto rest = static_cast<CodUint64>(product);
     CodUint8 *bucket = buckets + static_cast<CodUint64>(product >> 64);
-    // Nearly always the register's rank is already larger, and a one among the first `*bucket` bits shows it without counting.
-    if (COD_UNLIKELY(*bucket > 63 || rest >> 1 >> (63 - *bucket) == 0)) {
+    // Nearly always the register's rank is already larger, and a one among the first `*bucket` bits shows it without counting. From 64
+    // on the shift means nothing: 64 itself leads to the exact comparison, and no rank is above 65.
+    if (COD_UNLIKELY(rest >> 1 >> ((63u - *bucket) & 63) == 0)) {
         raiseRegister(bucket, rest, indexBits(used));
     }
 }

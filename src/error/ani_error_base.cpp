@@ -10,6 +10,7 @@
 #include <vel_infra/adr/ani_log_base.h>
 
 #include "base/cod_thread.h"
+#include "error/ani_error_format_internal.h"
 
 namespace {
 
@@ -149,7 +150,7 @@ CodUint32 copyText(const CodText *text, CodChar *buffer, CodUint32 room) {
 // over only when the new one is complete.
 COD_PRINTF(2, 0) COD_COLD int formatOver(const Slot &slot, const char *fmt, va_list args) {
     CodChar text[kTextSize];
-    const int written = vsnprintf(text, slot.room, fmt, args);
+    const int written = cod::formatText(text, slot.room, fmt, args);
     if (written >= 0) {
         memcpy(slot.text, text, std::min(static_cast<CodUint32>(written) + 1, slot.room));
     }
@@ -165,7 +166,9 @@ COD_COLD void logError(const CodErrorInfo &info, const char *funcName, CodError 
 
 // ---- Raising ----
 
-void codSetError(const char *file, CodUint32 line, const char *funcName, CodError code, const char *fmt, ...) {
+// Apart from its caller, which is declared cold for the sake of the branches that lead to it: this one is compiled for speed.
+[[gnu::noinline]] COD_PRINTF(5, 0) static void pushFormatted(const char *file, CodUint32 line, const char *funcName, CodError code,
+                                                             const char *fmt, va_list args) {
     CodErrorInfo &info = errorInfo();
     if (info.ignoreError) {
         return;
@@ -173,10 +176,7 @@ void codSetError(const char *file, CodUint32 line, const char *funcName, CodErro
     const bool isFull = info.stack.depth >= kDepth;
     const Slot slot = takeSlot(info, code);
     slot.entry->sysErr = static_cast<CodUint32>(errno);
-    va_list args;
-    va_start(args, fmt);
-    const int written = isFull ? formatOver(slot, fmt, args) : vsnprintf(slot.text, slot.room, fmt, args);
-    va_end(args);
+    const int written = isFull ? formatOver(slot, fmt, args) : cod::formatText(slot.text, slot.room, fmt, args);
     if (written < 0) {
         *slot.text = '\0';
     }
@@ -187,6 +187,13 @@ void codSetError(const char *file, CodUint32 line, const char *funcName, CodErro
     if (COD_UNLIKELY(codGetLogLevel() <= COD_LOG_LEVEL_DEBUG)) {
         logError(info, funcName, code, slot.text);
     }
+}
+
+void codSetError(const char *file, CodUint32 line, const char *funcName, CodError code, const char *fmt, ...) {
+    va_list args;
+    va_start(args, fmt);
+    pushFormatted(file, line, funcName, code, fmt, args);
+    va_end(args);
 }
 
 void codSetErrorMsg(CodErrorMsg *msg) {
