@@ -2,6 +2,7 @@
 #include <vel_infra/memory/ani_memory.h>
 
 #include <string.h>
+#include <unistd.h>
 
 #include <algorithm>
 
@@ -12,7 +13,6 @@
 
 #include "base/cod_asan.h"
 #include "base/cod_bytes.h"
-#include "base/cod_thread.h"
 #include "memory/ani_memory_internal.h"
 
 namespace {
@@ -259,11 +259,8 @@ CodResult failExhausted(MemoryPool *pool) {
 
 // ---- Contexts ----
 
-// Its address is a value that no other living thread has.
-COD_THREAD_LOCAL(char, threadMark, {0});
-
 MemThreadOwner thisThread() {
-    return reinterpret_cast<MemThreadOwner>(&threadMark());
+    return static_cast<MemThreadOwner>(gettid());
 }
 
 void checkOwner(const MemoryContext *context) {
@@ -276,6 +273,11 @@ bool canHoldContext(const MemoryPool *pool) {
     return pool->blockSize >= sizeof(MemoryContext);
 }
 
+void setCurrent(MemoryContext *context, MpoolBlockCtrl *block) {
+    context->currCtrl = block;
+    context->currData = block->block;
+}
+
 MemoryContext *makeContext(MpoolBlockCtrl *block, MemoryPool *pool, MemRsrc *memRsrc, CodUint16 customCode, bool canAllocRsvd) {
     auto *context = reinterpret_cast<MemoryContext *>(block->block);
     cod::asanUnpoison(context, sizeof *context);
@@ -284,7 +286,7 @@ MemoryContext *makeContext(MpoolBlockCtrl *block, MemoryPool *pool, MemRsrc *mem
     context->threadOwner = pool->checkThreadOwner ? thisThread() : 0;
     context->memRsrc = memRsrc;
     context->blocks = {block, block, 1, 0};
-    context->currCtrl = block;
+    setCurrent(context, block);
     context->tail = block;
     context->currPos = sizeof *context;
     context->blockSize = pool->blockSize;
@@ -349,14 +351,14 @@ MpoolBlockCtrl *nextBlockTrying(MemoryContext *context) {
 void moveTo(MemoryContext *context, MpoolBlockCtrl *block) {
     const CodUint64 abandoned = context->abandonedBytes + (context->blockSize - context->currPos);
     cod::storeShared(cod::fieldAddress(context, offsetof(MemoryContext, abandonedBytes)), abandoned);
-    context->currCtrl = block;
+    setCurrent(context, block);
     context->tail = block;
     context->currPos = 0;
 }
 
 // `rounded` bytes of the current block, which has them. Of these the caller may touch the first `size`.
 void *carve(MemoryContext *context, CodUint32 rounded, CodUint32 size) {
-    CodUint8 *buffer = context->currCtrl->block + context->currPos;
+    CodUint8 *buffer = context->currData + context->currPos;
     context->currPos += rounded;
     cod::asanUnpoison(buffer, size);
     return buffer;
@@ -683,7 +685,7 @@ void mctxTruncate(MemoryContext *context, const void *buffer) {
     context->blocks.tail = block;
     context->blocks.count = kept;
     block->next = nullptr;
-    context->currCtrl = block;
+    setCurrent(context, block);
     context->tail = block;
     const auto position = static_cast<CodUint32>(static_cast<const CodUint8 *>(buffer) - block->block);
     context->currPos = static_cast<CodUint32>(std::min<CodUint64>(cod::roundUp8(position), pool->blockSize));

@@ -107,13 +107,14 @@ COD_STATIC_ASSERT(sizeof(MemoryPool) == 208 && offsetof(MemoryPool, alerted) == 
                       offsetof(MemoryPool, alertTime) == 200,
                   "layout is fixed");
 
-/* The thread that a context belongs to; 0: not checked. */
-typedef CodUint64 MemThreadOwner;
+/* The system's number of the thread that a context belongs to; 0: not checked. */
+typedef CodUint32 MemThreadOwner;
 
 /* A context's record, at the start of its first block's data. For reading only. Packed as the block's head is. */
 struct __attribute__((packed)) MemoryContext {
     MemoryPool *pool;
     MemThreadOwner threadOwner;
+    CodUint32 blockSize;       /* the pool's */
     MemRsrc *memRsrc;          /* the account that its blocks are charged to, or null */
     MpoolBlockCtrlList blocks; /* all blocks, first block first; spare ones are not among them */
     MpoolBlockCtrl *freeCtrl;  /* spare blocks, used before new ones are taken */
@@ -124,14 +125,13 @@ struct __attribute__((packed)) MemoryContext {
     CodUint8 canAllocRsvd : 1; /* may take reserved blocks */
     CodUint8 flags : 7;
     CodUint8 reserved;
-    CodUint32 blockSize; /* the pool's */
-    CodUint32 reserved2;
+    CodUint8 *currData;       /* currCtrl's data */
     CodUint64 abandonedBytes; /* unused ends of blocks that the context moved on from, since its creation */
 };
 
 /* The inline allocation below reads and writes these. */
-COD_STATIC_ASSERT(offsetof(MemoryContext, currCtrl) == 56 && offsetof(MemoryContext, currPos) == 72 &&
-                      offsetof(MemoryContext, blockSize) == 80,
+COD_STATIC_ASSERT(offsetof(MemoryContext, blockSize) == 12 && offsetof(MemoryContext, currPos) == 72 &&
+                      offsetof(MemoryContext, currData) == 80,
                   "layout is fixed");
 
 /* ---- Pools ---- */
@@ -249,7 +249,7 @@ COD_API_INLINE CodResult mctxAlloc(MemoryContext *context, CodUint32 size, void 
         CodUint64 end = (((CodUint64)size + 7) & ~(CodUint64)7) + position;
         /* A request that just fits goes the long way too: a whole block is among these. */
         if (COD_LIKELY(end < context->blockSize)) {
-            *buffer = context->currCtrl->block + position;
+            *buffer = context->currData + position;
             context->currPos = (CodUint32)end;
             return COD_SUCCESS;
         }
