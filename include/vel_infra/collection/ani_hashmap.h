@@ -11,9 +11,9 @@
  *
  * 1. One thread at a time.
  * 2. Two keys are equal when their 64 bits are, or when keyCompare gives 0. Equal keys must have equal hashes.
- * 3. An add that finds a load of 1.5 or more grows the buckets to the least power of two above twice the entries, four times as many as
- *    before; by itself a map reaches 32,768 buckets at the most. codHMapExpand and codHMapReserve go up to 1,048,576. Beyond that chains
- *    lengthen.
+ * 3. An add that finds a load of 1.5 or more, and at most 16,911 entries, grows the buckets to the least power of two not below twice the
+ *    entries: usually four times as many as before, 65,536 at the most. codHMapExpand and codHMapReserve go up to 1,048,576. Beyond
+ *    that chains lengthen.
  * 4. While a rehash is under way (rehashIdx is not -1) table 0 is moved to table 1, at most one bucket and ten empty ones a step.
  * 5. A null map or entry is ERR_CMM_POINTER_NULL; functions without a CodResult give null or do nothing. */
 
