@@ -25,8 +25,9 @@ constexpr char kProfileDetails[] =
     "is no value: it is not among the distinct, shortest, longest and most common ones. Of several shortest or longest values the first\n"
     "is shown. Values are cut to fit a line; control characters and bytes that are not UTF-8 are shown as \\n, \\t or \\xNN.\n"
     "\n"
-    "Memory does not grow with the number of rows. A column's counts are exact up to 65,536 distinct values or 8 MiB of them, less with\n"
-    "more than 64 columns. Beyond that rare values are forgotten. The number of distinct values is then an estimate, marked \"~\", with a\n"
+    "Memory does not grow with the number of rows. A column's counts are exact up to 65,536 distinct values or 8 MiB of them, about 60\n"
+    "bytes added to each, less with more than 64 columns. Beyond that rare values are forgotten. The number of distinct values is then an "
+    "estimate, marked \"~\", with a\n"
     "standard error of 0.8 percent. A count marked \"~\" is how often the value was met for certain, and the most that it can have been\n"
     "stands behind it; a count without mark is exact. With up to 64 columns, no value in more than a thousandth of the rows is forgotten.\n"
     "\n"
@@ -122,6 +123,7 @@ int main(int argc, char **argv) {
     try {
         return run(argc, argv);
     } catch (const std::exception &error) {
-        return reportUsage(error.what());
+        fprintf(stderr, "vel: %s\n", vel::PrintableName(error.what()).str());
+        return kExitFailure;
     }
 }

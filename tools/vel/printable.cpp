@@ -51,11 +51,11 @@ Utf8Char decodeUtf8(const CodUint8 *bytes, CodUint32 available) {
     return {0, 0, false};
 }
 
-// Would move the cursor, end the line or turn the direction of what follows.
+// Would move the cursor, end the line, turn the direction of what follows, or not be seen at all.
 bool isDisturbing(CodUint32 codePoint) {
     return codePoint < 0x20 || (codePoint >= 0x7F && codePoint < 0xA0) || codePoint == 0x2028 || codePoint == 0x2029 ||
-           codePoint == 0x200E || codePoint == 0x200F || (codePoint >= 0x202A && codePoint <= 0x202E) ||
-           (codePoint >= 0x2066 && codePoint <= 0x2069) || codePoint == 0xFEFF;
+           codePoint == 0x061C || (codePoint >= 0x200B && codePoint <= 0x200F) || (codePoint >= 0x202A && codePoint <= 0x202E) ||
+           (codePoint >= 0x2060 && codePoint <= 0x206F) || (codePoint >= 0xE0000 && codePoint <= 0xE007F) || codePoint == 0xFEFF;
 }
 
 CodUint32 writeEscape(CodUint8 byte, char *out) {

@@ -1,11 +1,14 @@
 #include "value_store.h"
 
+#include <sys/random.h>
+
 #include <algorithm>
 #include <cstring>
 #include <utility>
 
 #include <vel_infra/algorithm/ani_hashfunc.h>
 #include <vel_infra/error/ani_error_base.h>
+#include <vel_infra/utils/ani_clock.h>
 
 #include "work_memory.h"
 
@@ -38,8 +41,24 @@ namespace vel {
 
 namespace {
 
-// Any constant serves: the second hash only has to be independent of the first one.
-constexpr CodUint8 kSecondHashKey[16] = {0x76, 0x65, 0x6c, 0x20, 0x63, 0x6f, 0x6c, 0x75, 0x6d, 0x6e, 0x20, 0x73, 0x74, 0x61, 0x74, 0x73};
+// The values come from outside: under a known hash a file could be made of values that all hang on one chain. So the hash has a key that
+// is drawn once per process.
+struct HashKey {
+    CodUint8 bytes[16];
+
+    HashKey() {
+        if (getrandom(bytes, sizeof(bytes), 0) != ssize_t{sizeof(bytes)}) {
+            const CodInstant now = codInstantNow();
+            memset(bytes, 0, sizeof(bytes));
+            memcpy(bytes, &now, sizeof(now));
+        }
+    }
+};
+
+CodUint64 keyedHash(const CodText &value) {
+    static const HashKey key;
+    return codSipHash13(key.bytes, value.str, value.len);
+}
 
 // Behind this number of entries the map grows only when it is asked to.
 constexpr CodUint32 kOwnGrowth = HMAP_GROWTH_LIMIT / 2;
@@ -82,8 +101,8 @@ ValueStore::~ValueStore() {
 }
 
 CodResult ValueStore::add(const CodText &value, bool *isNew) {
-    const CodUint64 hash = codMurmurHash64(value.str, value.len);
-    const CodUint64 secondHash = value.len > StoredValue::kKeptBytes ? codSipHash13(kSecondHashKey, value.str, value.len) : 0;
+    const CodUint64 hash = keyedHash(value) & limits_.hashBits;
+    const CodUint64 secondHash = value.len > StoredValue::kKeptBytes ? codMurmurHash64(value.str, value.len) : 0;
     StoredValue *known = find(hash, value, secondHash);
     *isNew = known == nullptr;
     if (known != nullptr) {

@@ -33,6 +33,7 @@ public:
     struct Limits {
         CodUint32 values = 65536;           // at least 1
         CodUint64 bytes = 8 * 1024 * 1024;  // of stored values, headers included
+        CodUint64 hashBits = UINT64_MAX;    // that tell values apart at first; with few of them many values share a place
     };
 
     ValueStore() = default;

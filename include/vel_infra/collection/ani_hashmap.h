@@ -138,7 +138,7 @@ COD_API CodHashEntry *codHMapGetNext(CodHashMap *map, CodHashMapIterator *iterat
 
 /* Frees keys, values and entries with the callbacks that are set, and the buckets. The map must be initialised again. hashFree gets
  * entries as well as buckets: a map whose entries are not its to free gives back the buckets alone, with hashTableRelease for each
- * table that has a size. */
+ * table that has a size, and zeroes the map. */
 COD_API void codHMapRelease(CodHashMap *map);
 
 /* ---- Beside the plain operations ---- */

@@ -63,7 +63,7 @@ typedef struct MpoolBlockCtrlList {
 } MpoolBlockCtrlList;
 
 typedef struct MemPoolStats {
-    CodUint64 ctxCreateTimes;
+    CodUint64 ctxCreateTimes; /* contexts whose first block was sought in a free list that seemed to have one */
     CodUint64 ctxDestroyTimes;
     CodUint64 ctxAllocTimes; /* blocks taken from the free list; the one that an extension was made for does not count */
     CodUint64 extendTimes;
