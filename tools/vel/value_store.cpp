@@ -88,7 +88,7 @@ bool isMoreCommon(const StoredValue *left, const StoredValue *right) {
     if (left->length != right->length) {
         return left->length < right->length;
     }
-    return left->link.key.intValue < right->link.key.intValue;
+    return left->secondHash < right->secondHash;
 }
 
 }  // namespace
