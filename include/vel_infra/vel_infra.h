@@ -42,4 +42,10 @@
 #include <vel_infra/error/ani_error.h>
 #include <vel_infra/error/ani_error_def.h>
 
+#include <vel_infra/number/ani_int256.h>
+#include <vel_infra/number/ani_number.h>
+#include <vel_infra/number/ani_number_batch.h>
+#include <vel_infra/number/ani_number_key.h>
+#include <vel_infra/number/ani_number_sum.h>
+
 #endif
