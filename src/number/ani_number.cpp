@@ -67,17 +67,14 @@ COD_COLD CodResult addFar(const Operand &larger, const Operand &smaller, CodNumb
 }  // namespace
 
 CodResult addGeneral(const CodNumber *n1, const CodNumber *n2, CodUint64 flip, CodNumber *result) {
-    Operand a = loadOperand(n1);
-    Operand b = loadOperand(n2);
-    b.negative ^= flip;
-    const CodInt32 difference = a.exp - b.exp;
-    const bool isSwapped = difference < 0;
-    const CodInt32 gap = isSwapped ? -difference : difference;
-    // By masks: which operand has the larger exponent is as random as the data.
-    const U128 mask = 0 - static_cast<U128>(isSwapped);
-    const U128 exchange = (a.value ^ b.value) & mask;
-    const Operand larger = {a.value ^ exchange, isSwapped ? b.exp : a.exp, isSwapped ? b.negative : a.negative};
-    const Operand smaller = {b.value ^ exchange, isSwapped ? a.exp : b.exp, isSwapped ? a.negative : b.negative};
+    const CodInt32 difference = CodInt32{n1->exp} - n2->exp;
+    const CodUint64 isSwapped = difference < 0;
+    const CodInt32 gap = isSwapped != 0 ? -difference : difference;
+    // By address and not by a branch: which operand has the larger exponent is as random as the data.
+    Operand larger = loadOperand(isSwapped != 0 ? n2 : n1);
+    Operand smaller = loadOperand(isSwapped != 0 ? n1 : n2);
+    larger.negative ^= flip & isSwapped;
+    smaller.negative ^= flip & (isSwapped ^ 1);
     if (COD_UNLIKELY(gap >= kFarGap)) {
         return addFar(larger, smaller, result);
     }
@@ -289,7 +286,7 @@ CodResult codNumberSqrt(CodNumber *vNum) {
 }
 
 CodInt32 codNumberCompare(const CodNumber *n1, const CodNumber *n2) {
-    return COD_LIKELY(n1 && n2) ? compareNumbers(n1, n2) : compareNulls(n1, n2);
+    return COD_LIKELY(n1 && n2) ? compareOperands(loadOperand(n1), loadOperand(n2)) : compareNulls(n1, n2);
 }
 CodInt32 codNumberCompareExported(const CodNumber *n1, const CodNumber *n2) COD_SECOND_NAME(codNumberCompare);
 

@@ -55,7 +55,7 @@ CodResult codNumberCompareBatch(const CodNumber *n1, const CodNumber *n2, CodUin
         return raiseNull();
     }
     for (CodUint32 i = 0; i < count; i++) {
-        result[i] = static_cast<CodInt8>(compareNumbers(n1 + i, n2 + i));
+        result[i] = static_cast<CodInt8>(codNumberCompare(n1 + i, n2 + i));
     }
     return COD_SUCCESS;
 }

@@ -183,18 +183,4 @@ inline CodInt32 compareOperands(const Operand &a, const Operand &b) {
     return a.negative != 0 ? -order : order;
 }
 
-// Common: one exponent, coefficients below 2^63.
-inline CodInt32 compareNumbers(const CodNumber *n1, const CodNumber *n2) {
-    const NumberWords a = loadWords(n1);
-    const NumberWords b = loadWords(n2);
-    const CodUint64 negative1 = negativeOf(a.tail);
-    const CodUint64 negative2 = negativeOf(b.tail);
-    if (COD_LIKELY(((a.low | b.low) >> 63 | a.high | b.high | (a.tail ^ b.tail) >> 16) == 0)) {
-        const CodInt64 value1 = static_cast<CodInt64>((a.low ^ (0 - negative1)) + negative1);
-        const CodInt64 value2 = static_cast<CodInt64>((b.low ^ (0 - negative2)) + negative2);
-        return (value1 > value2) - (value1 < value2);
-    }
-    return compareOperands(toOperand(a), toOperand(b));
-}
-
 }  // namespace cod

@@ -181,21 +181,28 @@ COD_API CodResult codNumber2Text(const CodNumber *n, CodText *text, CodUint32 bu
 /* d.dddE+xx: no trailing zeros of the fraction, an exponent of two digits or more. Zero is "0E+00". */
 COD_API CodResult codNumber2SciText(const CodNumber *n, CodText *text, CodUint32 bufSize);
 
-/* ---- Inline: what a comparison of columns mostly is, one exponent and coefficients of a word, or two signs ---- */
+/* ---- Inline: what comparisons of columns mostly are, one sign and exponent, or two signs ---- */
 
 COD_API CodInt32 codNumberCompareExported(const CodNumber *n1, const CodNumber *n2);
+
+/* sign, unused and exp as one word. */
+COD_INLINE CodUint32 codNumberTail(const CodNumber *n) {
+    CodUint32 tail;
+    __builtin_memcpy(&tail, (const char *)n + offsetof(CodNumber, sign), sizeof(tail));
+    return tail;
+}
 
 COD_API_INLINE CodInt32 codNumberCompare(const CodNumber *n1, const CodNumber *n2) {
     if (COD_LIKELY(n1 != NULL && n2 != NULL)) {
         const CodUint64 low1 = n1->value.item64[0];
         const CodUint64 low2 = n2->value.item64[0];
-        const CodUint64 high = n1->value.item64[1] | n2->value.item64[1];
-        if ((high | (low1 | low2) >> 63) == 0 && n1->exp == n2->exp) {
-            const CodInt64 value1 = n1->sign != 0 ? -(CodInt64)low1 : (CodInt64)low1;
-            const CodInt64 value2 = n2->sign != 0 ? -(CodInt64)low2 : (CodInt64)low2;
-            return (value1 > value2) - (value1 < value2);
+        const CodUint64 high1 = n1->value.item64[1];
+        const CodUint64 high2 = n2->value.item64[1];
+        if (codNumberTail(n1) == codNumberTail(n2)) {
+            const CodInt32 order = high1 != high2 ? (high1 > high2 ? 1 : -1) : (low1 > low2) - (low1 < low2);
+            return n1->sign != 0 ? -order : order;
         }
-        /* Of two signs the first number decides, unless it is zero. */
+        /* Of two signs the first number's decides, unless it may be zero. */
         if ((n1->sign != 0) != (n2->sign != 0) && low1 != 0) {
             return n1->sign != 0 ? -1 : 1;
         }
