@@ -1,3 +1,4 @@
+#define COD_NO_INLINE
 #include <vel_infra/number/ani_number.h>
 
 #include <cmath>

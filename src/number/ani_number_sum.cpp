@@ -87,25 +87,55 @@ bool tryAdd(CodNumberSum *sum, Magnitude summand, CodUint64 count) {
 
 bool tryAddOne(CodNumberSum *sum, const CodNumber *n) {
     const Operand a = loadOperand(n);
+    // A word at the sum's own exponent, while the sum is so far from its limits that it cannot pass them.
+    const bool isFar = (sum->item64[3] + (CodUint64{1} << 62)) >> 63 == 0;
+    if (a.value >> 63 == 0 && (a.exp == sum->exp || a.value == 0) && isFar) {
+        const CodUint64 word = (lowOf(a.value) ^ (0 - a.negative)) + a.negative;
+        const CodUint64 sign = 0 - (word >> 63);
+        CodUint8 carry = addCarry(0, sum->item64[0], word, sum->item64[0]);
+        carry = addCarry(carry, sum->item64[1], sign, sum->item64[1]);
+        carry = addCarry(carry, sum->item64[2], sign, sum->item64[2]);
+        addCarry(carry, sum->item64[3], sign, sum->item64[3]);
+        sum->count++;
+        return true;
+    }
     return tryAdd(sum, {widen(a.value), a.exp, a.negative}, 1);
 }
 
-// Adds values of the sum's own exponent and below 2^63 while they come, and gives how many: none of it can overflow 128 bits.
+// A value of the exponent `exp` and below 2^59 as a signed word. Anything else sets bits of isUncommon.
+inline CodUint64 signedWord(const CodNumber *n, CodInt32 exp, CodUint64 &isUncommon) {
+    const NumberWords a = loadWords(n);
+    // 0 or 1, the sign, when the rest is as it should be.
+    const CodUint64 negative = a.tail ^ makeTail(exp, 0);
+    isUncommon |= a.high | a.low >> 59 | negative >> 1;
+    return (a.low ^ (0 - negative)) + negative;
+}
+
+// Adds such values while they come, and gives how many; eight of them fit a word.
 CodUint32 addRun(const CodNumber *numbers, CodUint32 count, CodInt32 exp, U128 &total) {
+    constexpr CodUint32 block = 8;
     U128 sum = 0;
-    CodUint32 i = 0;
-    for (; i < count; i++) {
-        const NumberWords a = loadWords(numbers + i);
-        const CodUint64 isUncommon = a.high | a.low >> 63 | static_cast<CodUint32>(expOf(a.tail) ^ exp);
+    CodUint32 done = 0;
+    for (CodUint32 next = 0; done < count; done += next) {
+        next = count - done < block ? count - done : block;
+        CodUint64 part = 0;
+        CodUint64 isUncommon = 0;
+        if (next == block) {
+            for (CodUint32 i = 0; i < block; i++) {
+                part += signedWord(numbers + done + i, exp, isUncommon);
+            }
+        } else {
+            for (CodUint32 i = 0; i < next; i++) {
+                part += signedWord(numbers + done + i, exp, isUncommon);
+            }
+        }
         if (COD_UNLIKELY(isUncommon != 0)) {
             break;
         }
-        const CodUint64 negative = negativeOf(a.tail);
-        const CodUint64 value = (a.low ^ (0 - negative)) + negative;
-        sum += static_cast<U128>(static_cast<__int128>(static_cast<CodInt64>(value)));
+        sum += static_cast<U128>(static_cast<__int128>(static_cast<CodInt64>(part)));
     }
     total = sum;
-    return i;
+    return done;
 }
 
 }  // namespace

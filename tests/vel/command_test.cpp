@@ -81,6 +81,9 @@ TEST_F(Command, GoodInputIsAnsweredOnStandardOutput) {
         std::vector<std::string> expected;  // in this order
     } rows[] = {
         {"profile", "name\nbob\nbob\n x \n\"two\nlines\"\r\nann\n\n\"\"\n\"\"\"\"\n2 \\ lines", {kFullReport}},
+        {"profile", "p\n12.50\n\"\"\n-0.5", {" NUMBER(3,1)\n  minimum                    -0.5\n", " 12.5\n  sum  ", "mean "}},
+        {"profile", "v\n1e125\n1e-120", {" -  (246 digits needed, NUMBER has 38)\n", " -  (cannot be held exactly)\n  mean "}},
+        {"profile", "v\n0.1\n" + std::string(38, '9'), {std::string(38, '9') + "  (rounded)\n"}},
         {"profile", crowd(), {"distinct                ~6", " 1,000  \"early\"\n", " ~500  \"late\"  (at most 501)\n", "70,500 rows,"}},
         {"profile", "a\n" + std::string(2000, 'y') + "\n", {"longest bytes             2,000  \"" + std::string(72, 'y') + "…\"\n"}},
         {"profile in --delimiter ';'", "a;b\n1; x\n", {"  most common                   1  \" x\"\n", "\n1 row, 2 columns, in\n"}},

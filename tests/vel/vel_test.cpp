@@ -4,6 +4,8 @@
 #include <cstring>
 #include <map>
 #include <random>
+#include <set>
+#include <sstream>
 #include <string>
 #include <tuple>
 #include <vector>
@@ -164,6 +166,90 @@ TEST_F(VelTest, AFailedAllocationIsReportedAndNothingLeaks) {
         result = profile();
         codFailAllocAfter(-1);
         ASSERT_TRUE(result == COD_SUCCESS ? n > 5 : codGetErrorStackDepth() > 0) << n;
+    }
+}
+
+// ---- Numbers ----
+
+std::string textOf(bool isKnown, const CodNumber &number) {
+    char text[COD_NUMBER_TEXT_SIZE];
+    return isKnown && codNumber2Str(&number, text, sizeof(text)) == COD_SUCCESS ? text : "-";
+}
+
+// "precision,scale minimum maximum sum mean" of the values, each with a comma behind it; "~" before a sum that was rounded.
+std::string figuresOf(const std::string &values) {
+    codCleanError();
+    NumericProfile profile;
+    std::istringstream stream(values);
+    std::set<std::string> known;
+    for (std::string value; std::getline(stream, value, ',');) {
+        profile.add({value.data(), static_cast<CodUint32>(value.size()), 0}, known.insert(value).second);
+    }
+    EXPECT_EQ(codGetErrorStackDepth(), 0u) << values;
+    if (!profile.isNumeric()) {
+        return "text";
+    }
+    CodNumber sum = {}, mean = {};
+    bool isExact = true;
+    const std::string sumText = textOf(profile.sum(&sum, &isExact), sum);
+    return std::to_string(profile.precision()) + "," + std::to_string(profile.scale()) + " " + textOf(true, profile.minimum()) + " " +
+           textOf(true, profile.maximum()) + (isExact ? " " : " ~") + sumText + " " + textOf(profile.mean(&mean), mean);
+}
+
+TEST(NumericProfileTest, TellsTheFiguresOfAColumn) {
+    const std::string nines(COD_NUMBER_DIGITS, '9'), zeros(COD_NUMBER_DIGITS + 2, '0');
+    const std::pair<std::string, std::string> rows[] = {
+        {"", "text"},
+        {"7", "1,0 7 7 7 7"},
+        {"0,0.00,-0e5,0e-200", "1,0 0 0 0 0"},
+        {"-5.00,-12.50,-.7", "3,1 -12.5 -0.7 -18.2 -6.0666667"},
+        {"1e3, 25E-3 ,+4", "7,3 0.025 1000 1004.025 334.675"},
+        {"-0.002,0.001,0", "1,3 -0.002 0.001 -0.001 -0.000333333"},
+        {"1,2,2x", "text"},
+        {"1e-131", "text"},
+        {"1e125,1e-120", "246,120 1E-120 1E+125 - -"},
+        {"9e125,9e125", "126,0 9E+125 9E+125 - 9E+125"},
+        {nines + ",0.5", "39,1 0.5 " + nines + " ~1E+38 5" + zeros.substr(3)},
+        {nines + "9", "text"},
+        {"0." + zeros + "1" + zeros, "1,41 1E-41 1E-41 1E-41 1E-41"},
+        {"12" + zeros, "42,0 1.2E+41 1.2E+41 1.2E+41 1.2E+41"},
+    };
+    for (const auto &[values, expected] : rows) {
+        EXPECT_EQ(figuresOf(values), expected);
+    }
+}
+
+std::string digitsOf(__int128 value) {
+    return value < 0 ? "-" + digitsOf(-value) : (value < 10 ? "" : digitsOf(value / 10)) + static_cast<char>('0' + value % 10);
+}
+
+// value * 10^-places as NUMBER writes it.
+std::string textOf(__int128 value, size_t places) {
+    CodNumber number;
+    return textOf(codNumberFromStr((digitsOf(value) + "e-" + std::to_string(places)).c_str(), &number) == COD_SUCCESS, number);
+}
+
+TEST(NumericProfileTest, AgreesWithIntegers) {
+    Random random(3);
+    for (size_t round = 0; round < 500; round++) {
+        const size_t scale = random() % 4, length = 1 + random() % 300;
+        const CodInt64 limit = std::stoll("1" + std::string(1 + round % 17, '0'));
+        const CodInt64 least = round % 2 == 0 ? -limit : -limit / 4;
+        std::set<CodInt64> values;
+        std::string texts;
+        __int128 sum = 0, count = 0;
+        // An odd value needs the whole scale; a mean that is not tiny is rounded behind it.
+        while (count < length || (sum < 0 ? -sum : sum) < count) {
+            const CodInt64 value = (least + static_cast<CodInt64>(random() % static_cast<CodUint64>(limit))) | (count == 0 ? 1 : 0);
+            texts += random() % 2 == 0 ? textOf(value, scale) + "," : digitsOf(value) + "000E-" + std::to_string(scale + 3) + " ,";
+            values.insert(value);
+            sum += value;
+            count++;
+        }
+        const __int128 mean = (sum * 2'000'000 + (sum < 0 ? -count : count)) / (2 * count);
+        const size_t precision = digitsOf(std::max(-*values.begin(), *values.rbegin())).size();
+        EXPECT_EQ(figuresOf(texts), std::to_string(precision) + "," + std::to_string(scale) + " " + textOf(*values.begin(), scale) + " " +
+                                        textOf(*values.rbegin(), scale) + " " + textOf(sum, scale) + " " + textOf(mean, scale + 6));
     }
 }
 

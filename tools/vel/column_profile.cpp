@@ -33,6 +33,7 @@ CodResult ColumnProfile::add(const CodText &field) {
     }
     bool isNew = false;
     COD_TRY(values_.add(field, &isNew));
+    numbers_.add(field, isNew);
     return isNew ? addToEstimate(field) : COD_SUCCESS;
 }
 

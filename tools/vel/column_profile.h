@@ -1,6 +1,7 @@
 #ifndef VEL_COLUMN_PROFILE_H
 #define VEL_COLUMN_PROFILE_H
 
+#include "numeric_profile.h"
 #include "value_store.h"
 
 namespace vel {
@@ -46,6 +47,9 @@ public:
     const ValueStore &values() const {
         return values_;
     }
+    const NumericProfile &numbers() const {
+        return numbers_;
+    }
     // Exact while the store is; then an estimate within about one percent.
     CodUint64 distinct() const;
 
@@ -61,6 +65,7 @@ private:
     ExtremeValue shortest_;
     ExtremeValue longest_;
     ValueStore values_;
+    NumericProfile numbers_;
     CodUint8 *registers_ = nullptr;
 };
 

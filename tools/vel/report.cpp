@@ -25,9 +25,14 @@ void writeFigure(FILE *out, const char *label, bool isApproximate, CodUint64 fig
     fprintf(out, "  %-15s %15s", label, marked);
 }
 
+// A figure that is no count, with what is to be said of it.
+void writeLine(FILE *out, const char *label, const char *figure, const char *note = "") {
+    fprintf(out, "  %-15s %15s%s\n", label, figure, note);
+}
+
 void writeExtreme(FILE *out, const char *label, const ColumnProfile &profile, const ExtremeValue &value) {
     if (!profile.hasValues()) {
-        fprintf(out, "  %-15s %15s\n", label, "-");
+        writeLine(out, label, "-");
         return;
     }
     writeFigure(out, label, false, value.length);
@@ -44,6 +49,42 @@ void writeCommon(FILE *out, const StoredValue &value) {
     fputc('\n', out);
 }
 
+void writeNumber(FILE *out, const char *label, const CodNumber &number, const char *note = "") {
+    char text[COD_NUMBER_TEXT_SIZE];
+    (void)codNumber2Str(&number, text, sizeof(text));
+    writeLine(out, label, text, note);
+}
+
+void writeType(FILE *out, const NumericProfile &numbers) {
+    char text[64];
+    const CodInt32 precision = numbers.precision();
+    if (precision > COD_NUMBER_DIGITS) {
+        snprintf(text, sizeof(text), "  (%d digits needed, NUMBER has %d)", precision, COD_NUMBER_DIGITS);
+        writeLine(out, "type", "-", text);
+        return;
+    }
+    snprintf(text, sizeof(text), "NUMBER(%d,%d)", precision, numbers.scale());
+    writeLine(out, "type", text);
+}
+
+void writeNumbers(FILE *out, const NumericProfile &numbers) {
+    writeType(out, numbers);
+    writeNumber(out, "minimum", numbers.minimum());
+    writeNumber(out, "maximum", numbers.maximum());
+    CodNumber number;
+    bool isExact = false;
+    if (numbers.sum(&number, &isExact)) {
+        writeNumber(out, "sum", number, isExact ? "" : "  (rounded)");
+    } else {
+        writeLine(out, "sum", "-", "  (cannot be held exactly)");
+    }
+    if (numbers.mean(&number)) {
+        writeNumber(out, "mean", number);
+    } else {
+        writeLine(out, "mean", "-");
+    }
+}
+
 void writeColumn(FILE *out, const TableColumn &column) {
     const ColumnProfile &profile = column.profile;
     fprintf(out, "column %u \"%s\"\n", column.number, PrintedValue(column.name.str, column.name.len, column.name.len).text);
@@ -55,6 +96,9 @@ void writeColumn(FILE *out, const TableColumn &column) {
     fputc('\n', out);
     writeExtreme(out, "shortest bytes", profile, profile.shortest());
     writeExtreme(out, "longest bytes", profile, profile.longest());
+    if (profile.numbers().isNumeric()) {
+        writeNumbers(out, profile.numbers());
+    }
     const StoredValue *common[kMostCommon];
     const CodUint32 count = profile.values().mostCommon(common, kMostCommon);
     for (CodUint32 i = 0; i < count; i++) {

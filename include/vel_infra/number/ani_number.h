@@ -185,6 +185,7 @@ COD_API CodResult codNumber2SciText(const CodNumber *n, CodText *text, CodUint32
 
 COD_API CodInt32 codNumberCompareExported(const CodNumber *n1, const CodNumber *n2);
 
+#if !defined(COD_NO_INLINE)
 /* sign, unused and exp as one word. */
 COD_INLINE CodUint32 codNumberTail(const CodNumber *n) {
     CodUint32 tail;
@@ -209,6 +210,7 @@ COD_API_INLINE CodInt32 codNumberCompare(const CodNumber *n1, const CodNumber *n
     }
     return codNumberCompareExported(n1, n2);
 }
+#endif
 
 COD_END_DECLS
 
