@@ -1,26 +1,32 @@
 #pragma once
 
-// Decimal digits, eight at a time in a 64-bit word.
+// Decimal digits, eight at a time.
 
 #include "base/cod_bytes.h"
 #include "number/ani_int256_internal.h"
 
 namespace cod {
 
-// The eight digits of a value below 10^8 as text, the first digit in the lowest byte. Halves of four digits, pairs, single digits: each
-// step divides all lanes of the word by one multiplication.
-inline CodUint64 eightDigits(CodUint32 value) {
-    const CodUint64 fours = value / 10000 | CodUint64{value % 10000} << 32;
-    const CodUint64 hundreds = fours * 10486 >> 20 & 0x0000007F0000007F;
-    const CodUint64 pairs = hundreds | (fours - hundreds * 100) << 16;
-    const CodUint64 tens = pairs * 103 >> 10 & 0x000F000F000F000F;
-    return tens | (pairs - tens * 10) << 8 | 0x3030303030303030;
+// The eight digits of a value below 10^8, one in each 16-bit lane. Both halves of four digits are spread over four lanes and divided there
+// by 1000, 100, 10 and 1, each by two multiplications of which the upper halves are kept; the lane before times ten is what a digit has too
+// much (Muła: SSE2 and integer to text, 2011).
+inline __m128i eightDigits(CodUint32 value) {
+    const CodUint32 halves = value / 10000 | value % 10000 << 16;
+    const __m128i pair = _mm_slli_epi16(_mm_cvtsi32_si128(static_cast<int>(halves)), 2);
+    const __m128i doubled = _mm_unpacklo_epi16(pair, pair);
+    const __m128i spread = _mm_unpacklo_epi32(doubled, doubled);
+    const __m128i factors = _mm_setr_epi16(8389, 5243, 13108, INT16_MIN, 8389, 5243, 13108, INT16_MIN);
+    const __m128i shifts = _mm_setr_epi16(1 << 7, 1 << 11, 1 << 13, INT16_MIN, 1 << 7, 1 << 11, 1 << 13, INT16_MIN);
+    const __m128i prefixes = _mm_mulhi_epu16(_mm_mulhi_epu16(spread, factors), shifts);
+    return _mm_sub_epi16(prefixes, _mm_slli_epi64(_mm_mullo_epi16(prefixes, _mm_set1_epi16(10)), 16));
 }
 
+// Sixteen digits of a value below 10^16.
 inline void writeSixteen(CodUint64 value, char *digits) {
-    const CodUint64 words[2] = {eightDigits(static_cast<CodUint32>(value / 100000000)),
-                                eightDigits(static_cast<CodUint32>(value % 100000000))};
-    std::memcpy(digits, words, sizeof(words));
+    const __m128i high = eightDigits(static_cast<CodUint32>(value / 100000000));
+    const __m128i low = eightDigits(static_cast<CodUint32>(value % 100000000));
+    const __m128i text = _mm_or_si128(_mm_packus_epi16(high, low), _mm_set1_epi8('0'));
+    _mm_storeu_si128(reinterpret_cast<__m128i *>(digits), text);
 }
 
 // value / 10^16 for any 128-bit value, without a correction: 5^16 has 38 bits and value / 2^16 has 112, so that a reciprocal of
@@ -51,8 +57,8 @@ inline void writeDigits(U128 value, char *digits) {
     const U128 high = divPow10_16(divPow10_16(value, last), middle);
     writeSixteen(last, digits + 24);
     writeSixteen(middle, digits + 8);
-    const CodUint64 first = eightDigits(static_cast<CodUint32>(high));
-    std::memcpy(digits, &first, sizeof(first));
+    const __m128i first = eightDigits(static_cast<CodUint32>(high));
+    _mm_storel_epi64(reinterpret_cast<__m128i *>(digits), _mm_or_si128(_mm_packus_epi16(first, first), _mm_set1_epi8('0')));
 }
 
 // The value of eight digits, given as text in a word.

@@ -214,36 +214,42 @@ CodResult readNumber(const char *str, CodUint32 len, CodNumber *n) {
 // More zeros than this between the point and the first digit are written as an exponent.
 constexpr CodInt32 kMaxLeadingZeros = 6;
 
-// The digits of a coefficient without leading zeros, and without the trailing ones that may go; room behind for copies of fixed size.
+// The digits of a coefficient without leading zeros, and without the trailing ones that may go.
 struct Written {
-    char room[2 * kDigitsRoom];
-    const char *begin;
+    CodUint64 words[kDigitsRoom / 8 + 1];  // right-aligned in the first five
+    CodUint32 first;                       // where the digits begin
     CodInt32 count;
     CodInt32 exp;  // of the last digit
 
     // Trailing zeros are dropped while the exponent is below `limit`.
     Written(U128 value, CodInt32 digits, CodInt32 exponent, CodInt32 limit)
-        : begin(room + kDigitsRoom - digits), count(digits), exp(exponent) {
+        : first(kDigitsRoom - static_cast<CodUint32>(digits)), count(digits), exp(exponent) {
+        char *room = reinterpret_cast<char *>(words);
         writeDigits(value, room);
-        while (exp < limit && begin[count - 1] == '0') {
+        words[kDigitsRoom / 8] = 0;
+        while (exp < limit && room[first + static_cast<CodUint32>(count) - 1] == '0') {
             count--;
             exp++;
         }
     }
+
+    // Copies `many` digits from the digit `start` on, and up to seven bytes more. Words are read as they were written: a load across two
+    // of them would have to wait until both have left the store buffer.
+    void copy(char *to, CodInt32 start, CodInt32 many) const {
+        const CodUint32 from = first + static_cast<CodUint32>(start);
+        const CodUint64 *word = words + from / 8;
+        const CodUint32 shift = from % 8 * 8;
+        for (CodInt32 done = 0; done < many; done += 8, word++) {
+            const CodUint64 eight = word[0] >> shift | word[1] << 1 << (63 - shift);
+            std::memcpy(to + done, &eight, sizeof(eight));
+        }
+    }
 };
 
-// Copies up to 40 bytes, in two fixed sizes whatever their number.
-void copyUpTo40(char *to, const char *from, CodInt32 count) {
-    std::memcpy(to, from, 16);
-    if (count > 16) {
-        std::memcpy(to + 16, from + 16, 24);
-    }
-}
-
 char *writeScientific(char *out, const Written &digits) {
-    out[0] = digits.begin[0];
+    digits.copy(out, 0, 1);
     out[1] = '.';
-    copyUpTo40(out + 2, digits.begin + 1, digits.count - 1);
+    digits.copy(out + 2, 1, digits.count - 1);
     out += digits.count > 1 ? digits.count + 1 : 1;
     CodInt32 exponent = digits.exp + digits.count - 1;
     *out++ = 'E';
@@ -260,24 +266,20 @@ char *writePlain(char *out, const Written &digits) {
     if (integerDigits <= 0) {
         // "0.", zeros, digits
         std::memcpy(out, "0.000000", 8);
-        out += 2 - integerDigits;
-        copyUpTo40(out, digits.begin, digits.count);
-        return out + digits.count;
+        digits.copy(out + 2 - integerDigits, 0, digits.count);
+        return out + 2 - digits.exp;
     }
-    copyUpTo40(out, digits.begin, digits.count);
+    digits.copy(out, 0, integerDigits < digits.count ? integerDigits : digits.count);
     if (digits.exp < 0) {
         out[integerDigits] = '.';
-        copyUpTo40(out + integerDigits + 1, digits.begin + integerDigits, -digits.exp);
+        digits.copy(out + integerDigits + 1, integerDigits, -digits.exp);
         return out + digits.count + 1;
     }
-    for (CodInt32 zeros = 0; zeros < digits.exp; zeros += 16) {
-        std::memset(out + digits.count + zeros, '0', 16);
-    }
+    std::memset(out + digits.count, '0', static_cast<size_t>(digits.exp));
     return out + integerDigits;
 }
 
-// Writes into a buffer of COD_NUMBER_TEXT_SIZE bytes. A text has at most 47: sign, "0.000000", 39 digits, or an exponent of six. Copies of
-// fixed size reach to its end at most: one of 40 bytes behind 22 integer digits, sign and point.
+// Writes into a buffer of COD_NUMBER_TEXT_SIZE bytes. A text has at most 48 with its terminator, and copies write up to seven more.
 char *writeNumber(const Operand &a, char *out, bool isScientific) {
     if (a.value == 0) {
         std::memcpy(out, "0E+00", 5);

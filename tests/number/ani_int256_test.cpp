@@ -25,6 +25,10 @@ struct Integers {
           l2(draw(operands, &large2)),
           w(draw(operands, &word)) {
         exp = operands.below(90);
+        if (operands.oneIn(3)) {
+            toWords(l * l2 + operands.below(3) - 1, huge.item64, 4);
+            h = intOf(huge);
+        }
     }
     template <typename Words>
     static Int draw(Operands &operands, Words *words) {
@@ -124,16 +128,13 @@ TEST(Int256, textsEqualTheModel) {
     Operands operands(43);
     for (CodUint64 i = 0; i < cases(50); i++) {
         const Integers c(operands);
-        ASSERT_TRUE(writes(c.h.get_str(), i % 2 == 0, [&](CodText *out, CodUint32 room) { return codHugeInt2Text(&c.huge, out, room); }))
+        const std::string huge = c.h.get_str(), large = c.l.get_str();
+        const std::size_t more = i % 3;
+        ASSERT_TRUE(writes(huge, huge.size() + more, [&](auto *out, auto room) { return codHugeInt2Text(&c.huge, out, room); })) << c;
+        ASSERT_TRUE(writes(huge, huge.size() + more, [&](auto *out, auto room) { return codHugeInt2Str(&c.huge, out->str, room); })) << c;
+        ASSERT_TRUE(writes(large, large.size() + more, [&](auto *out, auto room) { return codLargeInt2Text(&c.large, out, room); })) << c;
+        ASSERT_TRUE(writes(large, large.size() + more, [&](auto *out, auto room) { return codLargeInt2Str(&c.large, out->str, room); }))
             << c;
-        ASSERT_TRUE(writes(c.h.get_str(), i % 2 == 0, [&](CodText *out, CodUint32 room) {
-            return codHugeInt2Str(&c.huge, out->str, room);
-        })) << c;
-        ASSERT_TRUE(writes(c.l.get_str(), i % 2 == 0, [&](CodText *out, CodUint32 room) { return codLargeInt2Text(&c.large, out, room); }))
-            << c;
-        ASSERT_TRUE(writes(c.l.get_str(), i % 2 == 0, [&](CodText *out, CodUint32 room) {
-            return codLargeInt2Str(&c.large, out->str, room);
-        })) << c;
     }
 }
 

@@ -123,7 +123,7 @@ TEST(NumberKey, readsNothingButWhatIsWritten) {
         ByteString bytes = operands.bytes(operands.below(23)), again;
         if (i % 4 != 0 && toKey(n, &again) == COD_SUCCESS) {
             bytes = again;
-            bytes[i % 2 == 0 ? bytes.size() - 1 : operands.below(static_cast<CodUint32>(bytes.size()))] ^=
+            (i % 2 == 0 ? bytes.back() : bytes[operands.below(static_cast<CodUint32>(bytes.size()))]) ^=
                 static_cast<CodUint8>(1 << operands.below(5));
         }
         codCleanError();

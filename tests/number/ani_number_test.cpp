@@ -13,6 +13,9 @@ namespace {
 using namespace number_model;
 using collection_support::expectError;
 
+// What has an inline body stands behind its exported name too; both are the contract.
+CodInt32 (*volatile exportedCompare)(const CodNumber *, const CodNumber *) = codNumberCompare;
+
 using Operation = CodResult (*)(const CodNumber *, const CodNumber *, CodNumber *);
 
 // ---- Two operands ----
@@ -43,9 +46,10 @@ TEST(Number, operationsOfTwoEqualTheModel) {
     SAME(Pair, 1, c.apply(codNumberDiv, out), div(c.n1, c.n2));
     SAME(Pair, 4, c.apply(codNumberMod, out), mod(c.n1, c.n2));
     SAME(Pair, 1, (*out = codNumberCompare(&c.n1, &c.n2), COD_SUCCESS), compare(c.n1, c.n2));
+    SAME(Pair, 4, (*out = exportedCompare(&c.n1, &c.n2), COD_SUCCESS), compare(c.n1, c.n2));
     SAME(Pair, 4, (*out = codNumberAbsCompare(&c.n1, &c.n2), COD_SUCCESS), absCompare(c.n1, c.n2));
     const CodNumber least = make(~Wide{0}, true, 32767);
-    for (auto order : {codNumberCompare, codNumberAbsCompare}) {
+    for (auto order : {+[](const CodNumber *n1, const CodNumber *n2) { return codNumberCompare(n1, n2); }, codNumberAbsCompare}) {
         EXPECT_EQ(order(nullptr, &least), -1);
         EXPECT_EQ(order(&least, nullptr), 1);
         EXPECT_EQ(order(nullptr, nullptr), 0);
@@ -111,7 +115,7 @@ TEST(Number, operationsInPlaceEqualTheModel) {
          roundToPrecision(c.n, c.precision, c.highest, c.lowest, c.flag));
     SAME(Column, 4, (*out = c.n, codNumberRoundMode(out, c.scale, c.mode)), roundMode(c.n, c.scale, c.mode));
     SAME(Column, 4, (*out = c.n, codNumericFloatRound(out, 4 * c.precision + 1)),
-         roundToPrecision(c.n, (c.precision * 120412 + 130102) / 100000, 32767, -32768, false));
+         roundToPrecision(c.n, static_cast<int>(std::ceil((4 * c.precision + 1) * 0.30103)), 32767, -32768, false));
     SAME(Column, 10, (*out = c.n, codNumericFloatFloor(out)), roundMode(c.n, 0, COD_ROUND_FLOOR));
     SAME(Column, 10, (*out = c.n, codNumberFloorOrCeil(out, c.flag)), roundMode(c.n, 0, c.flag ? COD_ROUND_CEILING : COD_ROUND_FLOOR));
     SAME(Column, 10, (*out = c.n, codNumberNormalize(out)), normalize(c.n));
@@ -259,9 +263,14 @@ struct Total {
     }
 };
 
+// By value: where partial sums cancel out, the exponent of the result depends on the split.
 void expectSum(const CodNumberSum &sum, const Total &total) {
+    auto result = [&](CodNumber *n) {
+        const CodResult code = codNumberSumResult(&sum, n);
+        return *n = code == COD_SUCCESS ? stripped(*n) : Number(), code;
+    };
     ASSERT_EQ(sum.count, total.count);
-    ASSERT_TRUE(agree([&] { return total.result(); }, [&](CodNumber *n) { return codNumberSumResult(&sum, n); }));
+    ASSERT_TRUE(agree([&] { return stripped(total.result()); }, result));
     ASSERT_TRUE(agree([&] { return total.average(); }, [&](CodNumber *n) { return codNumberSumAverage(&sum, n); }));
 }
 
@@ -269,13 +278,14 @@ TEST(Number, sumsAreExactForEverySplitAndUnchangedByWhatTheyRefuse) {
     Operands operands(10);
     for (CodUint64 i = 0; i < cases(100); i++) {
         SCOPED_TRACE(i);
-        const int base = operands.between(-168, 88), spread = i % 4 == 0 ? 60 : 17;
+        const int base = operands.between(-168, 88), spread = i % 4 == 0 ? 60 : i % 4 == 1 ? 17 : 0;
+        const Wide limit = Operands::ten(operands.between(1, 38));
         CodNumberSum parts[3] = {}, single, batch = {};
         codNumberSumInit(&single);
         Total total;
-        std::vector<CodNumber> numbers(operands.below(30));
+        std::vector<CodNumber> numbers(operands.below(i % 8 == 2 ? 500 : 30));
         for (CodNumber &n : numbers) {
-            n = make(operands.coefficient() % Operands::ten(38), operands.oneIn(2), base + operands.between(0, spread));
+            n = make(operands.coefficient() % limit, i % 3 != 0 && operands.oneIn(2), base + operands.between(0, spread));
             Total wanted = total;
             wanted.add(n);
             const bool isTaken = codNumberSumAdd(&single, &n) == COD_SUCCESS;
@@ -283,6 +293,7 @@ TEST(Number, sumsAreExactForEverySplitAndUnchangedByWhatTheyRefuse) {
             total = isTaken ? wanted : total;
             codNumberSumAdd(&parts[operands.below(3)], &n);
         }
+        ASSERT_TRUE(agree([&] { return total.result(); }, [&](CodNumber *n) { return codNumberSumResult(&single, n); }));
         expectSum(single, total);
         for (std::size_t next = 0, refused = 0; next < numbers.size(); next = batch.count + refused) {
             refused += codNumberSumBatch(&batch, &numbers[next], static_cast<CodUint32>(numbers.size() - next)) != COD_SUCCESS;
@@ -293,7 +304,7 @@ TEST(Number, sumsAreExactForEverySplitAndUnchangedByWhatTheyRefuse) {
             const bool isTaken = codNumberSumMerge(&parts[part - 1], &parts[part]) == COD_SUCCESS;
             ASSERT_TRUE(isTaken || (spread > 17 && std::memcmp(&before, &parts[part - 1], sizeof(before)) == 0));
         }
-        if (spread == 17) {
+        if (spread <= 17) {
             expectSum(parts[0], total);
         }
     }

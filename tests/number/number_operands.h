@@ -62,7 +62,8 @@ struct Operands : collection_support::Random {
     CodNumber number() {
         CodNumber n = make(coefficient(), oneIn(2), between(-40, 40));
         const int count = digits(Number(n).value);
-        const int exps[] = {0, between(-168, 126), 126 - count + between(-2, 2), -129 - count + between(-2, 2), between(-255, 255)};
+        const int exps[] = {-between(0, count), between(-168, 126), 126 - count + between(-2, 2), -129 - count + between(-2, 2),
+                            between(-255, 255)};
         n.exp = static_cast<CodInt16>(oneIn(64) ? between(-32768, 32767) : oneIn(2) ? n.exp : exps[below(5)]);
         return n;
     }
@@ -89,8 +90,13 @@ struct Operands : collection_support::Random {
 
 // The number of cases of the chief operations, VEL_INFRA_TEST_CASES where that is set; others take a part of it.
 inline CodUint64 cases(CodUint64 part = 1) {
+#if defined(NDEBUG) && !COD_WITH_ASAN && !defined(__SANITIZE_THREAD__)
+    static const CodUint64 usual = 1'000'000;
+#else
+    static const CodUint64 usual = 100'000;
+#endif
     static const char *wanted = std::getenv("VEL_INFRA_TEST_CASES");
-    static const CodUint64 count = wanted != nullptr ? std::strtoull(wanted, nullptr, 10) : COD_WITH_ASAN ? 100'000 : 1'000'000;
+    static const CodUint64 count = wanted != nullptr ? std::strtoull(wanted, nullptr, 10) : usual;
     return count / part + 1;
 }
 
@@ -131,19 +137,20 @@ void expectSame(const char *name, CodUint64 part, Call call, Rule rule) {
     expectSame<Case>(                \
         #call, part, [](Case &c, auto *out) -> CodResult { return call; }, [](const Case &c) { return rule; })
 
-// The call writes this text into a buffer that just holds it with its terminator, or leaves one alone that is a byte too small.
+// The call writes this text and its terminator into a buffer of this size, or fails and leaves it alone when it is too small.
 template <typename Call>
-testing::AssertionResult writes(const std::string &wanted, bool fits, Call call) {
-    std::vector<char> buffer(wanted.size() + fits, '#');
+testing::AssertionResult writes(const std::string &wanted, std::size_t room, Call call) {
+    std::vector<char> buffer(room, '#');
     CodText out = {buffer.data(), static_cast<CodUint32>(wanted.size()), 0};
+    const bool fits = room > wanted.size();
     auto rule = [&] { return fits ? wanted : throw Failure{ERR_CMM_FORMAT_STR_OVERFLOW, "the formatted string length("}; };
     auto write = [&](std::string *text) {
-        const CodResult result = call(&out, static_cast<CodUint32>(buffer.size()));
+        const CodResult result = call(&out, static_cast<CodUint32>(room));
         return *text = {out.str, out.len}, result;
     };
     const testing::AssertionResult agreed = agree(rule, write);
-    const auto marks = static_cast<std::size_t>(std::count(buffer.begin(), buffer.end(), '#'));
-    return agreed && marks != (fits ? 0 : buffer.size()) ? testing::AssertionFailure() << "wrote into too small a room" : agreed;
+    const bool isSound = fits ? buffer[wanted.size()] == 0 : buffer == std::vector<char>(room, '#');
+    return agreed && !isSound ? testing::AssertionFailure() << "no terminator, or a text in too small a room" : agreed;
 }
 
 }  // namespace number_model

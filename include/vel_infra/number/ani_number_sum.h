@@ -3,9 +3,9 @@
 
 /* Exact sums of NUMBERs: nothing is rounded before the result is taken.
  *
- * The sum is a 256-bit integer in units of 10^exp, exp the smallest exponent met. 2^64 values of one column NUMBER(p, s) always fit, and so
- * does any mixture whose digits span fewer than 57 powers of ten; values further apart are refused, never rounded.
- * A sum made in parts by several threads, each with its own record, and merged is the same as one made at once. */
+ * The sum is a 256-bit integer in units of 10^exp, of which all values are multiples. 2^64 values of one column NUMBER(p, s) always fit,
+ * and so does any mixture whose digits span fewer than 57 powers of ten; values further apart are refused, never rounded. A sum made in
+ * parts by several threads, each with its own record, and merged has the same value as one made at once. */
 
 #include <vel_infra/number/ani_number.h>
 
@@ -21,7 +21,8 @@ typedef struct CodNumberSum {
 COD_STATIC_ASSERT(sizeof(CodNumberSum) == 48, "layout is fixed");
 
 COD_API void codNumberSumInit(CodNumberSum *sum);
-/* Adds one value. Errors: ERR_CMM_NUMERIC_OVERFLOW when 256 bits cannot hold the exact sum; the sum is then as before. */
+/* Adds one value. Errors: ERR_CMM_NUMERIC_OVERFLOW when 256 bits cannot hold the sum, or n, in the unit of both;
+ * the sum is then as before. */
 COD_API CodResult codNumberSumAdd(CodNumberSum *sum, const CodNumber *n);
 /* Adds count values, several times as fast as one by one. On failure the values before the refused one have been added. */
 COD_API CodResult codNumberSumBatch(CodNumberSum *sum, const CodNumber *numbers, CodUint32 count);
