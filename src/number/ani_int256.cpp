@@ -190,50 +190,29 @@ bool mul256(const U256 &left, const U256 &right, U256 &product) {
 
 namespace {
 
-// floor((2^192 - 1) / divisor) - 2^64 for a divisor of two words, its top bit set.
-// Möller, Granlund: Improved division by invariant integers, 2011, algorithm 6.
-CodUint64 reciprocalOf(U128 divisor) {
-    const CodUint64 high = highOf(divisor);
-    const CodUint64 low = lowOf(divisor);
-    CodUint64 ignored;
-    CodUint64 reciprocal = div128By64(~high, ~CodUint64{0}, high, ignored);
-    CodUint64 product = high * reciprocal + low;
-    if (product < low) {
-        reciprocal--;
-        if (product >= high) {
-            reciprocal--;
-            product -= high;
-        }
-        product -= high;
+// (rest, low) / divisor for a divisor whose top bit is set and rest < divisor; rest becomes the remainder.
+// Knuth, The Art of Computer Programming, volume 2, 4.3.1, algorithm D: the quotient of the top words is at most two too large.
+inline CodUint64 divideStep(U128 &rest, CodUint64 low, U128 divisor) {
+    CodUint64 quotient = ~CodUint64{0};
+    U128 partial;  // (rest, low) - quotient * the divisor's high word, as far as 128 bits hold it
+    bool isLarger = false;
+    if (COD_LIKELY(highOf(rest) < highOf(divisor))) {
+        CodUint64 high;
+        quotient = div128By64(highOf(rest), lowOf(rest), highOf(divisor), high);
+        partial = makeU128(high, low);
+    } else {
+        // Equal: the quotient of the top words would not fit.
+        const U128 high = U128{lowOf(rest)} + highOf(divisor);
+        isLarger = highOf(high) != 0;
+        partial = makeU128(lowOf(high), low);
     }
-    const U128 cross = U128{reciprocal} * low;
-    product += highOf(cross);
-    if (product < highOf(cross)) {
-        reciprocal--;
-        if (makeU128(product, lowOf(cross)) >= divisor) {
-            reciprocal--;
-        }
-    }
-    return reciprocal;
-}
-
-// (rest, low) / divisor for rest < divisor; rest becomes the remainder. The same paper, algorithm 4 for three words by two.
-CodUint64 divideStep(U128 &rest, CodUint64 low, U128 divisor, CodUint64 reciprocal) {
-    U128 estimate = U128{reciprocal} * highOf(rest);
-    estimate += rest;
-    CodUint64 quotient = highOf(estimate);
-    const CodUint64 top = lowOf(rest) - quotient * highOf(divisor);
-    U128 remainder = makeU128(top, low) - divisor - U128{lowOf(divisor)} * quotient;
-    quotient++;
-    if (highOf(remainder) >= lowOf(estimate)) {
+    const U128 product = U128{lowOf(divisor)} * quotient;
+    while (!isLarger && partial < product) {
         quotient--;
-        remainder += divisor;
+        partial += divisor;
+        isLarger = partial < divisor;
     }
-    if (COD_UNLIKELY(remainder >= divisor)) {
-        quotient++;
-        remainder -= divisor;
-    }
-    rest = remainder;
+    rest = partial - product;
     return quotient;
 }
 
@@ -249,7 +228,6 @@ U256 divide256(const U256 &value, U128 divisor, U128 &remainder) {
     const CodUint32 shift = static_cast<CodUint32>(__builtin_clzll(highOf(divisor)));
     const U128 normal = divisor << shift;
     const auto word = [&](int i) { return lowOf(makeU128(value.w[i], i > 0 ? value.w[i - 1] : 0) << shift >> 64); };
-    const CodUint64 reciprocal = reciprocalOf(normal);
     // Five words of value << shift, from the top. The first two are below the divisor; mostly the first is zero, and then the second and
     // third hold the divisor once or not at all.
     U256 quotient{};
@@ -257,14 +235,14 @@ U256 divide256(const U256 &value, U128 divisor, U128 &remainder) {
     U128 rest;
     if (top != 0) {
         rest = makeU128(top, word(3));
-        quotient.w[2] = divideStep(rest, word(2), normal, reciprocal);
+        quotient.w[2] = divideStep(rest, word(2), normal);
     } else {
         rest = makeU128(word(3), word(2));
         quotient.w[2] = rest >= normal;
         rest -= rest >= normal ? normal : 0;
     }
-    quotient.w[1] = divideStep(rest, word(1), normal, reciprocal);
-    quotient.w[0] = divideStep(rest, word(0), normal, reciprocal);
+    quotient.w[1] = divideStep(rest, word(1), normal);
+    quotient.w[0] = divideStep(rest, word(0), normal);
     remainder = rest >> shift;
     return quotient;
 }

@@ -114,7 +114,68 @@ COD_COLD U256 divideWide(U128 dividend, CodUint32 shift, U128 divisor, U128 &rem
 
 }  // namespace
 
-// The dividend is scaled so that the quotient has 38 digits or more before it is rounded.
+namespace {
+
+// The steps as they are stated: a quotient of 38 digits or more, rounded to an integer and then to 38 digits. The operands are not zero.
+COD_COLD CodResult divByTheSteps(const Operand &a, const Operand &b, CodNumber *result) {
+    const CodUint32 digits1 = digits128(a.value);
+    const CodUint32 digits2 = digits128(b.value);
+    const CodUint32 shift = digits2 > digits1 ? digits2 - digits1 : 0;
+    U128 remainder;
+    U256 quotient;
+    if (shift > 0 && digits2 > COD_NUMBER_DIGITS) {
+        quotient = divideWide(a.value, shift, b.value, remainder);
+    } else {
+        // Brought to the divisor's digits the dividend still fits 128 bits.
+        quotient = divide256(mul128(a.value * pow10(shift), kPow10_38), b.value, remainder);
+    }
+    const U128 isHalf = remainder >= b.value - remainder;
+    add256(quotient, widen(isHalf), quotient);
+    const CodInt32 exp = a.exp - b.exp - static_cast<CodInt32>(kMaxPower128 + shift);
+    return storeRounded(quotient, exp, a.negative ^ b.negative, result);
+}
+
+// The quotient of 38 digits that the steps lead to, found at once: dividend * 10^power / divisor, where power is such that the quotient
+// has 38 digits. Of the two roundings the first one matters only when the digits that it takes away stand less than half a unit of the
+// last of them below a half of the 38th. When the quotient grows to 10^38 the steps decide.
+struct Quotient {
+    U128 value;
+    CodInt32 power;
+};
+
+template <class Integer>
+inline Quotient divideOnce(Integer dividend, Integer divisor, CodUint32 digits1, CodUint32 digits2) {
+    const bool isShorter = digits1 < digits2;
+    const CodUint32 difference = isShorter ? digits2 - digits1 : digits1 - digits2;
+    const Integer power = static_cast<Integer>(pow10(difference));
+    // Whether the digits of the dividend, as a fraction, are not below those of the divisor.
+    const CodUint32 isAbove = isShorter ? dividend * power >= divisor : dividend >= divisor * power;
+    const CodUint32 exponent = kMaxPower128 + digits2 - digits1 - isAbove;
+    const U128 scaled = exponent > kMaxPower128 ? dividend * pow10(exponent - kMaxPower128) : U128{dividend};
+    const U256 numerator = mul128(scaled, pow10(exponent > kMaxPower128 ? kMaxPower128 : exponent));
+    U128 quotient;
+    Integer remainder;
+    if constexpr (sizeof(Integer) == sizeof(CodUint64)) {
+        // The quotient has two words.
+        CodUint64 rest = numerator.w[2];
+        const CodUint64 high = div128By64(rest, numerator.w[1], divisor, rest);
+        quotient = makeU128(high, div128By64(rest, numerator.w[0], divisor, rest));
+        remainder = rest;
+    } else {
+        quotient = lowHalf(divide256(numerator, divisor, remainder));
+    }
+    const Integer toFull = divisor - remainder;
+    bool isHalfUp = remainder >= toFull;
+    const CodUint32 extraDigits = (isShorter ? 0 : difference) + isAbove;
+    // A factor of 8 a digit tells most that are not so near below half.
+    if (!isHalfUp && extraDigits > 0 && 3 * extraDigits < 8 * sizeof(Integer) && toFull - remainder <= divisor >> 3 * extraDigits) {
+        isHalfUp = !lessThan(widen(divisor), mul128(toFull - remainder, pow10(extraDigits)));
+    }
+    return {quotient + static_cast<U128>(isHalfUp), static_cast<CodInt32>(exponent)};
+}
+
+}  // namespace
+
 CodResult divNumbers(const CodNumber *n1, const CodNumber *n2, CodNumber *result) {
     const Operand a = loadOperand(n1);
     const Operand b = loadOperand(n2);
@@ -125,34 +186,21 @@ CodResult divNumbers(const CodNumber *n1, const CodNumber *n2, CodNumber *result
         storeZero(result);
         return COD_SUCCESS;
     }
-    CodUint32 shift;
-    U128 remainder;
-    U256 quotient;
-    if ((highOf(a.value) | highOf(b.value)) == 0) {
-        // Words: brought to the divisor's digits, at most 20, the dividend may have a bit more than a word.
-        const CodUint32 digits1 = digits64(lowOf(a.value));
-        const CodUint32 digits2 = digits64(lowOf(b.value));
-        shift = digits2 > digits1 ? digits2 - digits1 : 0;
-        const U128 dividend = U128{lowOf(a.value)} * lowOf(pow10(shift));
-        CodUint64 rest;
-        quotient = divideByWord(mul128(dividend, kPow10_38), lowOf(b.value), rest);
-        remainder = rest;
-    } else {
-        const CodUint32 digits1 = digits128(a.value);
-        const CodUint32 digits2 = digits128(b.value);
-        shift = digits2 > digits1 ? digits2 - digits1 : 0;
-        if (COD_UNLIKELY(shift > 0 && digits2 > COD_NUMBER_DIGITS)) {
-            quotient = divideWide(a.value, shift, b.value, remainder);
-        } else {
-            // Brought to the divisor's digits the dividend still fits 128 bits.
-            const U128 dividend = shift > 0 ? a.value * pow10(shift) : a.value;
-            quotient = divide256(mul128(dividend, kPow10_38), b.value, remainder);
-        }
+    Quotient quotient = {kPow10_38, 0};
+    constexpr CodUint64 wordLimit = 1000000000000000000;  // both sides times a power of ten, up to the other's digits, stay a word
+    if (a.value < wordLimit && b.value < wordLimit) {
+        const CodUint64 dividend = lowOf(a.value);
+        const CodUint64 divisor = lowOf(b.value);
+        quotient = divideOnce(dividend, divisor, digits64(dividend), digits64(divisor));
+    } else if (a.value < kPow10_38 && b.value < kPow10_38) {
+        quotient = divideOnce(a.value, b.value, digits128(a.value), digits128(b.value));
     }
-    const CodUint64 isHalf = remainder >= b.value - remainder;
-    add256(quotient, widen(U128{isHalf}), quotient);
-    const CodInt32 exp = a.exp - b.exp - static_cast<CodInt32>(kMaxPower128 + shift);
-    return storeRounded(quotient, exp, a.negative ^ b.negative, result);
+    const CodInt32 exp = a.exp - b.exp - quotient.power;
+    if (COD_UNLIKELY(quotient.value >= kPow10_38 || !isMagnitudeHeld(exp + COD_NUMBER_DIGITS))) {
+        return divByTheSteps(a, b, result);
+    }
+    storeNumber(result, quotient.value, exp, a.negative ^ b.negative);
+    return COD_SUCCESS;
 }
 
 namespace {
