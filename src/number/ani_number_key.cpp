@@ -43,24 +43,27 @@ CodResult codNumberToSortKey(const CodNumber *n, CodBytes *key) {
         key->size = 1;
         return COD_SUCCESS;
     }
-    U128 value = a.value;
-    const CodInt32 exp = a.exp + static_cast<CodInt32>(stripZeros(value, kMaxPower128));
-    const CodUint32 digits = digits128(value);
-    const CodInt32 magnitude = exp + static_cast<CodInt32>(digits);
-    if (digits > COD_NUMBER_DIGITS || !isMagnitudeHeld(magnitude)) {
+    char text[kDigitsRoom + 1];
+    writeDigits(a.value, text);
+    const CodUint32 digits = digits128(a.value);
+    const CodInt32 magnitude = a.exp + static_cast<CodInt32>(digits);
+    const char *const first = text + kDigitsRoom - digits;
+    const char *end = text + kDigitsRoom;
+    while (end[-1] == '0') {
+        end--;
+    }
+    if (end - first > COD_NUMBER_DIGITS || !isMagnitudeHeld(magnitude)) {
         return raiseNumericOverflow();
     }
-    char text[kDigitsRoom + 1];
-    writeDigits(value, text);
-    text[kDigitsRoom] = '0';
+    text[end - text] = '0';
     const CodUint8 mask = a.negative != 0 ? 0xFF : 0;
     *out++ = kPositive ^ mask;
     *out++ = static_cast<CodUint8>(magnitude - COD_NUMBER_MIN_MAGNITUDE) ^ mask;
-    for (const char *pair = text + kDigitsRoom - digits; pair < text + kDigitsRoom; pair += 2) {
+    for (const char *pair = first; pair < end; pair += 2) {
         const int number = (pair[0] - '0') * 10 + (pair[1] - '0');
-        const int more = pair + 2 < text + kDigitsRoom ? kMore : 0;
-        *out++ = static_cast<CodUint8>(number << 1 | more) ^ mask;
+        *out++ = static_cast<CodUint8>(number << 1 | kMore) ^ mask;
     }
+    out[-1] ^= kMore;
     key->size = static_cast<CodUint32>(out - key->data);
     return COD_SUCCESS;
 }
