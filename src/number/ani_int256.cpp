@@ -418,7 +418,8 @@ CodResult readStr(const CodChar *str, Integer *result) {
         return raiseNull();
     }
     const size_t len = std::strlen(str);
-    return readInto(str, len < 0xFFFFFFFFU ? static_cast<CodUint32>(len) : 0xFFFFFFFFU, result);
+    constexpr CodUint32 longest = ~CodUint32{0};
+    return len <= longest ? readInto(str, static_cast<CodUint32>(len), result) : raiseInvalidNumber(str, longest, "too long");
 }
 
 }  // namespace

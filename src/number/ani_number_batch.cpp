@@ -9,6 +9,9 @@ namespace {
 template <class Operation>
 inline CodResult forEach(const CodNumber *n1, const CodNumber *n2, CodUint32 count, CodNumber *result, CodUint32 *done,
                          Operation operation) {
+    if (done != nullptr) {
+        *done = 0;
+    }
     if ((n1 == nullptr || n2 == nullptr || result == nullptr) && count > 0) {
         return raiseNull();
     }

@@ -54,13 +54,15 @@ U128 fullCoefficient(const CodUint8 *data, CodUint32 size) {
     return data[kHeaderSize];
 }
 
-CodInt32 fullExp(const CodUint8 *data) {
-    const CodInt32 magnitude = data[1];
-    return (data[0] & kNegativeExpBit) != 0 ? -magnitude : magnitude;
+// Only the header is certain to be there as a whole.
+const CodNumberData *headerOf(const CodBytes *bytes) {
+    static_assert(offsetof(CodNumberData, bytes) == kHeaderSize);
+    return reinterpret_cast<const CodNumberData *>(bytes->data);
 }
 
 Operand fullOperand(const CodBytes *bytes) {
-    return {fullCoefficient(bytes->data, bytes->size), fullExp(bytes->data), bytes->data[0] & kNegativeBit};
+    const CodNumberData *header = headerOf(bytes);
+    return {fullCoefficient(bytes->data, bytes->size), header->expSign != 0 ? -header->exp : header->exp, header->sign};
 }
 
 // What a decoder gives, and zero for what it refuses.
@@ -86,15 +88,15 @@ bool hasTopByte(const CodBytes *bytes) {
 
 // Two full forms, by sign, exponent and length as far as they decide.
 CodInt32 compareFull(const CodBytes *bytes1, const CodBytes *bytes2) {
-    const CodUint32 negative = bytes1->data[0] & kNegativeBit;
-    const bool isSameSign = ((bytes1->data[0] ^ bytes2->data[0]) & kNegativeBit) == 0;
+    const CodNumberData *header1 = headerOf(bytes1);
+    const CodNumberData *header2 = headerOf(bytes2);
     if (COD_LIKELY(hasTopByte(bytes1) && hasTopByte(bytes2))) {
-        if (!isSameSign) {
-            return negative != 0 ? -1 : 1;
+        if (header1->sign != header2->sign) {
+            return header1->sign != 0 ? -1 : 1;
         }
-        const bool isSameExp = ((bytes1->data[0] ^ bytes2->data[0]) & kNegativeExpBit) == 0 && bytes1->data[1] == bytes2->data[1];
+        const bool isSameExp = header1->expSign == header2->expSign && header1->exp == header2->exp;
         if (isSameExp && bytes1->size != bytes2->size) {
-            return (bytes1->size > bytes2->size) == (negative == 0) ? 1 : -1;
+            return (bytes1->size > bytes2->size) == (header1->sign == 0) ? 1 : -1;
         }
     }
     return compareOperands(fullOperand(bytes1), fullOperand(bytes2));

@@ -57,8 +57,10 @@ CodResult fitNumber(CodNumber *n, CodInt32 precision, CodInt32 scale, bool isRou
     }
     U128 fitted;
     if (widening >= 0) {
-        // Beyond 38 digits a coefficient need not fit its 128 bits: the precision of a column ends there.
-        if (!isBelowPow10(a.value, std::min<CodInt64>(precision, COD_NUMBER_DIGITS) - widening)) {
+        // A precision beyond 38, which no column has, may allow more than a coefficient's 128 bits hold.
+        const bool isHeld =
+            widening <= static_cast<CodInt64>(kMaxPower128) && a.value <= ~U128{0} / pow10(static_cast<CodUint32>(widening));
+        if (!isHeld || !isBelowPow10(a.value, precision - widening)) {
             return raisePrecision();
         }
         fitted = a.value * pow10(static_cast<CodUint32>(widening));
@@ -75,10 +77,11 @@ CodResult fitNumber(CodNumber *n, CodInt32 precision, CodInt32 scale, bool isRou
             }
         }
     }
-    if (fitted != 0 && !isExponent(-CodInt64{scale})) {
+    const CodInt64 exp = fitted == 0 ? 0 : -CodInt64{scale};
+    if (!isExponent(exp)) {
         return raisePrecision();
     }
-    storeCanonical(n, fitted, -scale, a.negative);
+    storeCanonical(n, fitted, static_cast<CodInt32>(exp), a.negative);
     return COD_SUCCESS;
 }
 

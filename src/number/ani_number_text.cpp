@@ -279,7 +279,7 @@ char *writePlain(char *out, const Written &digits) {
     return out + integerDigits;
 }
 
-// Writes into a buffer of COD_NUMBER_TEXT_SIZE bytes. A text has at most 48 with its terminator, and copies write up to seven more.
+// Writes into a buffer of COD_NUMBER_TEXT_SIZE bytes. A text has at most 49 with its terminator, and copies write up to seven more.
 char *writeNumber(const Operand &a, char *out, bool isScientific) {
     if (a.value == 0) {
         std::memcpy(out, "0E+00", 5);

@@ -46,7 +46,7 @@ COD_API CodResult codNumberSub(const CodNumber *n1, const CodNumber *n2, CodNumb
 COD_API CodResult codNumberMul(const CodNumber *n1, const CodNumber *n2, CodNumber *result);
 /* The quotient keeps 38 digits even when fewer say it: 6 / 2 is 3 * 10^37 with exponent -37. Errors: ERR_CMM_DIVISION_BY_ZERO too. */
 COD_API CodResult codNumberDiv(const CodNumber *n1, const CodNumber *n2, CodNumber *result);
-/* The exact remainder, with the sign of n1; n1 itself when n2 is zero or the larger magnitude. */
+/* The exact remainder, with the sign of n1 (zero below 10^-130, as every result); n1 itself when n2 is zero or the larger magnitude. */
 COD_API CodResult codNumberMod(const CodNumber *n1, const CodNumber *n2, CodNumber *result);
 /* The square root in place, correctly rounded, in canonical form. A negative operand returns COD_ERROR and leaves no error on the stack:
  * the caller, who knows the function's name, raises its own. */
@@ -66,7 +66,7 @@ COD_API CodBool codNumberIsInteger(const CodNumber *n);
 COD_API CodResult codNumberRound(CodNumber *n, CodInt32 precision, CodInt32 scale);
 /* The same, rounding toward minus infinity. */
 COD_API CodResult codNumberFloor(CodNumber *n, CodInt32 precision, CodInt32 scale);
-/* Brings the exponent into [lowestExp, highestExp] and the coefficient to at most `precision` digits.
+/* Brings the exponent into [lowestExp, highestExp] and the coefficient to at most `precision` digits, or 10^precision by a carry.
  * With D the coefficient's digits: an exponent below the lowest is raised to it by cutting digits, and D - precision digits more are cut
  * when what is left exceeds the precision; one above the highest is lowered to it by widening; otherwise D - precision digits are cut when
  * there are more than `precision`. Cutting is one rounding, half up, or truncation when asked for; more than 76 digits cut give zero.
@@ -130,7 +130,8 @@ COD_API CodResult codNumberFromUint64(CodNumber *n, CodUint64 v);
 
 /* ---- Binary floating point ---- */
 
-/* The nearest double or float, ties to even. Errors: ERR_CMM_TYPECONV_ERROR when the magnitude is beyond the type. */
+/* The nearest double or float, ties to even, while the processor rounds so, which is the default. Errors: ERR_CMM_TYPECONV_ERROR when the
+ * magnitude is beyond the type. */
 COD_API CodResult codNumberToDouble(const CodNumber *n, CodDouble *v);
 COD_API CodResult codNumberToFloat(const CodNumber *n, CodFloat *v);
 /* The value to 17 (double) or 9 (float) digits: 0.03 becomes 0.029999999999999999.
@@ -145,6 +146,16 @@ COD_API CodResult codNumberFromFloatShortest(CodNumber *n, CodFloat v);
 COD_API CodResult bits2Number(CodUint64 bits, CodInt32 exponent2, CodInt8 sign, CodBool isDouble, CodNumber *result);
 
 /* ---- Stored form: docs/number.md. Persisted: never changes ---- */
+
+/* The full form of 3 to 18 bytes, of which only those in use are there. */
+typedef struct CodNumberData {
+    CodUint8 sign : 1;    /* 1: negative */
+    CodUint8 expSign : 1; /* 1: the exponent is negative */
+    CodUint8 unused : 6;  /* 0 */
+    CodUint8 exp;         /* magnitude of the exponent */
+    CodUint8 bytes[16];   /* the coefficient's, low byte first; its high zero bytes are left out */
+} CodNumberData;
+COD_STATIC_ASSERT(sizeof(CodNumberData) == 18, "persisted");
 
 /* Room for every stored form. */
 #define COD_NUMBER_STORED_SIZE 20
