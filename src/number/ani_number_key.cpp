@@ -43,7 +43,7 @@ CodResult codNumberToSortKey(const CodNumber *n, CodBytes *key) {
         key->size = 1;
         return COD_SUCCESS;
     }
-    char text[kDigitsRoom + 1];
+    char text[kDigitsRoom + 1] = {};
     writeDigits(a.value, text);
     const CodUint32 digits = digits128(a.value);
     const CodInt32 magnitude = a.exp + static_cast<CodInt32>(digits);

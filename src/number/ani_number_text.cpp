@@ -265,7 +265,8 @@ char *writePlain(char *out, const Written &digits) {
     const CodInt32 integerDigits = digits.count + digits.exp;
     if (integerDigits <= 0) {
         // "0.", zeros, digits
-        std::memcpy(out, "0.000000", 8);
+        std::memset(out, '0', 8);
+        out[1] = '.';
         digits.copy(out + 2 - integerDigits, 0, digits.count);
         return out + 2 - digits.exp;
     }
