@@ -56,6 +56,26 @@ TEST(Number, operationsOfTwoEqualTheModel) {
     }
 }
 
+// A quotient whose digits behind the 38th are a hair below a half, so that rounding twice gives more than rounding once: the dividend is
+// solved from the remainder wanted.
+struct NearHalf : Pair {
+    explicit NearHalf(Operands &operands) : Pair(operands) {
+        const int digits2 = operands.between(2, 30), digits1 = operands.between(digits2, 38);
+        const Wide divisor = Operands::ten(digits2 - 1) * static_cast<unsigned>(operands.between(1, 9)) + operands.below(1000000000);
+        n2 = make(divisor | 1, operands.oneIn(2), 0);
+        const Int d = Number(n2).value, scale = power(38 + digits2 - digits1 - operands.below(2));
+        Int inverse;
+        mpz_invert(inverse.get_mpz_t(), scale.get_mpz_t(), d.get_mpz_t());
+        const Int least = (d - operands.between(1, 9)) / 2 * inverse % d, above = Int(power(digits1 - 1)) / d + 1 + operands.below(1000);
+        n1 = Number(least + above * d + operands.between(-1, 1), operands.oneIn(2), 0);
+        alias = 63;
+    }
+};
+
+TEST(Number, quotientsAreRoundedTwice) {
+    SAME(NearHalf, 10, c.apply(codNumberDiv, out), div(c.n1, c.n2));
+}
+
 TEST(Number, batchesEqualSingleOperationsUpToTheFirstFailure) {
     const std::pair<Operation, decltype(&codNumberAddBatch)> operations[] = {{codNumberAdd, codNumberAddBatch},
                                                                              {codNumberSub, codNumberSubBatch},
