@@ -112,10 +112,6 @@ COD_COLD U256 divideWide(U128 dividend, CodUint32 shift, U128 divisor, U128 &rem
     return result;
 }
 
-}  // namespace
-
-namespace {
-
 // The steps as they are stated: a quotient of 38 digits or more, rounded to an integer and then to 38 digits. The operands are not zero.
 COD_COLD CodResult divByTheSteps(const Operand &a, const Operand &b, CodNumber *result) {
     const CodUint32 digits1 = digits128(a.value);
