@@ -38,18 +38,16 @@ constexpr U128 powerOf5(CodUint32 exponent) {
     return result;
 }
 
-// 2^bits / 10^exponent, below 2^128, by long division. Dividing by 5^exponent keeps the remainder in 128 bits.
-constexpr U128 divideBit(CodUint32 bits, CodUint32 exponent) {
+// 2^bits / 10^exponent, below 2^192, by long division. Dividing by 5^exponent keeps the remainder in 128 bits.
+constexpr U256 dividePowers(CodUint32 bits, CodUint32 exponent) {
     const U128 divisor = powerOf5(exponent);
     U128 remainder = 1;
-    U128 quotient = 0;
+    U256 quotient{};
     for (CodUint32 i = exponent; i < bits; i++) {
         remainder <<= 1;
-        quotient <<= 1;
-        if (remainder >= divisor) {
-            remainder -= divisor;
-            quotient |= 1;
-        }
+        CodUint64 digit = remainder >= divisor;
+        remainder -= digit != 0 ? divisor : 0;
+        quotient = timesSmall(quotient, 2, digit);
     }
     return quotient;
 }
@@ -58,23 +56,6 @@ constexpr U128 divideBit(CodUint32 bits, CodUint32 exponent) {
 constexpr U128 topWords(const U256 &value) {
     const CodUint32 top = (bitLength256(value) - 1) / 64;
     return makeU128(value.w[top], top > 0 ? value.w[top - 1] : 0);
-}
-
-constexpr LongReciprocal makeLongReciprocal(CodUint32 exponent, CodUint32 shift) {
-    LongReciprocal result{};
-    result.shift = shift;
-    // Long division of 2^(320 - shift - exponent) by 5^exponent, bit by bit.
-    const U128 five = powerOf5(exponent);
-    U128 remainder = 1;
-    for (CodUint32 i = 320 - shift - exponent; i > 0; i--) {
-        remainder <<= 1;
-        for (int word = 2; word > 0; word--) {
-            result.factor[word] = result.factor[word] << 1 | result.factor[word - 1] >> 63;
-        }
-        result.factor[0] = result.factor[0] << 1 | (remainder >= five);
-        remainder -= remainder >= five ? five : 0;
-    }
-    return result;
 }
 
 constexpr PowerTables makePowers() {
@@ -87,18 +68,17 @@ constexpr PowerTables makePowers() {
     for (CodUint32 i = 0; i <= kMaxPower128; i++) {
         tables.pow10[i] = makeU128(tables.pow10Wide[i].w[1], tables.pow10Wide[i].w[0]);
     }
-    tables.reciprocals[0] = {~U128{0}, 1, 0, 0};
+    tables.reciprocals[0] = {~U128{0}, 1, 0};
     for (CodUint32 i = 1; i <= kMaxCut; i++) {
-        Reciprocal &r = tables.reciprocals[i];
+        // With one bit less than 10^i has, the factor has 128 bits.
+        const CodUint32 shift = bitLength256(tables.pow10Wide[i]) - 1;
+        const U256 factor = dividePowers(128 + shift, i);
+        tables.reciprocals[i] = {makeU128(factor.w[1], factor.w[0]), powerOf5(i), shift};
+
         const CodUint32 digits = kMaxPower128 + i;
-        r.shiftIn = (digits <= kMaxPower + 1 ? bitLength256(tables.pow10Wide[digits]) : 256) - 128;
-        // With this the factor has 128 bits.
-        r.shiftOut = bitLength256(tables.pow10Wide[i]) - 1 - r.shiftIn;
-        r.pow5 = powerOf5(i);
-        r.factor = divideBit(128 + r.shiftIn + r.shiftOut, i);
-    }
-    for (CodUint32 i = 1; i <= kMaxCut; i++) {
-        tables.longReciprocals[i] = makeLongReciprocal(i, 128 - tables.reciprocals[i].shiftIn);
+        const CodUint32 up = 256 - (digits <= kMaxPower + 1 ? bitLength256(tables.pow10Wide[digits]) : 256);
+        const U256 longFactor = dividePowers(320 - up, i);
+        tables.longReciprocals[i] = {{longFactor.w[0], longFactor.w[1], longFactor.w[2]}, up};
     }
     for (CodUint32 bits = 1; bits <= 256; bits++) {
         const CodUint32 digits = digitsBelow(bits);
@@ -112,7 +92,7 @@ constexpr PowerTables kMadePowers = makePowers();
 
 constexpr bool factorsAreFull() {
     for (const Reciprocal &r : kMadePowers.reciprocals) {
-        if (highOf(r.factor) >> 63 == 0 || r.shiftIn > 128 || r.shiftOut > 8) {
+        if (highOf(r.factor) >> 63 == 0) {
             return false;
         }
     }
@@ -245,6 +225,19 @@ U256 divide256(const U256 &value, U128 divisor, U128 &remainder) {
     quotient.w[0] = divideStep(rest, word(0), normal);
     remainder = rest >> shift;
     return quotient;
+}
+
+// In units of 2^(cut - 1), half of 10^cut is 5^cut.
+Rounded roundExactly(const U256 &value) {
+    const CodUint32 cut = digits256(value) - kMaxPower128;
+    U256 scaled;
+    for (int i = 0; i < 4; i++) {
+        scaled.w[i] = lowOf(makeU128(i < 3 ? value.w[i + 1] : 0, value.w[i]) >> (cut - 1));
+    }
+    const U128 half = kPowers.reciprocals[cut].pow5;
+    U128 rest;
+    const U128 quotient = lowHalf(divide256(scaled, 2 * half, rest));
+    return {quotient + static_cast<U128>(rest >= half), cut};
 }
 
 namespace {

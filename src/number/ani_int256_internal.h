@@ -45,15 +45,14 @@ constexpr CodUint32 kMaxPower128 = 38;
 // Digits beyond 38 that a 256-bit value can have.
 constexpr CodUint32 kMaxCut = 40;
 
-// Division by 10^m of a value below 2^(128 + shiftIn), by multiplication: see cutDigits.
+// Division by 10^m by multiplication: see divPow10.
 struct Reciprocal {
-    U128 factor;  // 2^(128 + shiftIn + shiftOut) / 10^m, rounded down, its top bit set; all ones for m = 0
+    U128 factor;  // 2^(128 + shift) / 10^m, rounded down, its top bit set; all ones for m = 0
     U128 pow5;    // 5^m
-    CodUint32 shiftIn;
-    CodUint32 shiftOut;
+    CodUint32 shift;
 };
 
-// The same for the common case, which needs no remainder: see roundToDigits.
+// Cutting m digits of a 256-bit value: see roundToDigits.
 struct LongReciprocal {
     CodUint64 factor[3];  // 2^(320 - shift) / 10^m, rounded down
     CodUint32 shift;      // moves every value below 10^(38 + m) into 256 bits, as far up as they all can be
@@ -230,7 +229,7 @@ U256 divide256(const U256 &value, U128 divisor, U128 &remainder);
 inline U128 divPow10(U128 value, CodUint32 power, U128 &remainder) {
     const Reciprocal &r = kPowers.reciprocals[power];
     // At most one too small: the factor is rounded down, and so is the product.
-    U128 quotient = mulHigh128(value, r.factor) >> (r.shiftIn + r.shiftOut);
+    U128 quotient = mulHigh128(value, r.factor) >> r.shift;
     const U128 unit = pow10(power);
     U128 rest = value - quotient * unit;
     if (rest >= unit) {
@@ -241,37 +240,13 @@ inline U128 divPow10(U128 value, CodUint32 power, U128 &remainder) {
     return quotient;
 }
 
-// value / 10^cut rounded half up, for a value of 38 + cut digits, cut from 1 to 40.
-//
-// The value is divided by way of its top 128 bits: with v = value / 2^shiftIn rounded down, below 2^128 and above 2^123, the product
-// v * factor / 2^(128 + shiftOut) is the quotient less at most 2: less than 1 each is lost by dropping the bits below 2^shiftIn (their
-// weight is at most 2^shiftIn / 10^cut < 0.6), by the factor and by the product's own cut. What is missing shows in the remainder, which
-// fits 128 bits in units of 2^(cut-1), in which half of 10^cut is 5^cut: rounding and correcting are three comparisons.
-inline U128 cutDigits(const U256 &value, CodUint32 cut) {
-    const Reciprocal &r = kPowers.reciprocals[cut];
-    const CodUint32 first = r.shiftIn / 64;
-    const CodUint32 shift = r.shiftIn % 64;
-    // No shift is longer than 128 bits: a third word behind the top one is never looked at.
-    const CodUint64 third = value.w[first + 2 - first / 2];
-    const CodUint64 low = lowOf(makeU128(value.w[first + 1], value.w[first]) >> shift);
-    const CodUint64 high = lowOf(makeU128(third, value.w[first + 1]) >> shift);
-    const U128 quotient = mulHigh128(makeU128(high, low), r.factor) >> r.shiftOut;
-
-    const CodUint32 units = cut - 1;
-    const U128 scaled = makeU128(lowOf(makeU128(value.w[2], value.w[1]) >> units), lowOf(makeU128(value.w[1], value.w[0]) >> units));
-    const U128 rest = scaled - 2 * quotient * r.pow5;
-    return quotient + (rest >= r.pow5) + (rest >= 3 * r.pow5) + (rest >= 5 * r.pow5);
-}
-
 // The value of more than 38 digits rounded half up to 38, and how many digits were cut.
 struct Rounded {
     U128 value;
     CodUint32 cut;
 };
-COD_COLD inline Rounded roundExactly(const U256 &value) {
-    const CodUint32 cut = digits256(value) - kMaxPower128;
-    return {cutDigits(value, cut), cut};
-}
+// By a division and its remainder.
+COD_COLD Rounded roundExactly(const U256 &value);
 
 // The top word of (high, low) << shift, shift below 64.
 inline CodUint64 shiftLeft(CodUint64 high, CodUint64 low, CodUint32 shift) {

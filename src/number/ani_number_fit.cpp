@@ -66,15 +66,9 @@ CodResult fitNumber(CodNumber *n, CodInt32 precision, CodInt32 scale, bool isRou
         fitted = a.value * pow10(static_cast<CodUint32>(widening));
     } else {
         const Cut cut = cutCoefficient(a.value, static_cast<CodUint64>(-widening));
-        fitted = cut.kept + (isRounded && cut.isHalfUp());
+        fitted = cut.kept + (isRounded ? cut.isHalfUp() : a.negative != 0 && !cut.isExact);
         if (!isBelowPow10(fitted, precision)) {
             return raisePrecision();
-        }
-        if (!isRounded && a.negative && !cut.isExact) {
-            fitted++;
-            if (!isBelowPow10(fitted, precision)) {
-                return raisePrecision();
-            }
         }
     }
     const CodInt64 exp = fitted == 0 ? 0 : -CodInt64{scale};

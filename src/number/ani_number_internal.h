@@ -44,11 +44,9 @@ struct Operand {
     CodUint64 negative;  // 1 or 0; may be 1 with a zero value
 };
 
-inline Operand toOperand(const NumberWords &words) {
-    return {makeU128(words.high, words.low), expOf(words.tail), negativeOf(words.tail)};
-}
 inline Operand loadOperand(const CodNumber *n) {
-    return toOperand(loadWords(n));
+    const NumberWords words = loadWords(n);
+    return {makeU128(words.high, words.low), expOf(words.tail), negativeOf(words.tail)};
 }
 
 inline void storeTail(CodNumber *result, CodUint32 tail) {
