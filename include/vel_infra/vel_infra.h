@@ -27,6 +27,8 @@
 #include <vel_infra/adr/ani_blackbox.h>
 
 #include <vel_infra/lock/ani_latch.h>
+#include <vel_infra/lock/ani_lock.h>
+#include <vel_infra/lock/ani_lock_order.h>
 
 #include <vel_infra/memory/ani_allocator.h>
 #include <vel_infra/memory/ani_mem_rsrc.h>
@@ -47,5 +49,13 @@
 #include <vel_infra/number/ani_number_batch.h>
 #include <vel_infra/number/ani_number_key.h>
 #include <vel_infra/number/ani_number_sum.h>
+
+#include <vel_infra/utils/ani_timer.h>
+
+#include <vel_infra/utils/ani_date_iso.h>
+#include <vel_infra/utils/ani_datetime.h>
+#include <vel_infra/utils/ani_interval.h>
+
+#include <vel_infra/adr/ani_log.h>
 
 #endif

@@ -6,22 +6,22 @@
 #include <iterator>
 
 // Level and callback are read by every thread while a program may change them: relaxed atomics on the fields of the public record.
-static constinit Logger gLogger = {COD_LOG_LEVEL_ERROR, log2Stdout};
+constinit Logger codProcessLogger = {COD_LOG_LEVEL_ERROR, log2Stdout};
 
 Logger *codGetLogger(void) {
-    return &gLogger;
+    return &codProcessLogger;
 }
 
 void codSetLogLevel(CodLogLevel level) {
-    __atomic_store_n(&gLogger.level, level, __ATOMIC_RELAXED);
+    __atomic_store_n(&codProcessLogger.level, level, __ATOMIC_RELAXED);
 }
 
 CodLogLevel codGetLogLevel(void) {
-    return __atomic_load_n(&gLogger.level, __ATOMIC_RELAXED);
+    return __atomic_load_n(&codProcessLogger.level, __ATOMIC_RELAXED);
 }
 
 void codSetLogCallback(CodLogCallback callback) {
-    __atomic_store_n(&gLogger.log, callback != nullptr ? callback : log2Stdout, __ATOMIC_RELAXED);
+    __atomic_store_n(&codProcessLogger.log, callback != nullptr ? callback : log2Stdout, __ATOMIC_RELAXED);
 }
 
 void codResetLogCallback(void) {
@@ -29,7 +29,7 @@ void codResetLogCallback(void) {
 }
 
 CodLogCallback codGetLogCallback(void) {
-    return __atomic_load_n(&gLogger.log, __ATOMIC_RELAXED);
+    return __atomic_load_n(&codProcessLogger.log, __ATOMIC_RELAXED);
 }
 
 const char *codGetLogLevelDesc(CodLogLevel level) {

@@ -1,9 +1,17 @@
+#define COD_NO_INLINE
 #include <vel_infra/lock/ani_latch.h>
 
 #include <immintrin.h>
 #include <time.h>
 
+#include <algorithm>
+
+#include <vel_infra/adr/ani_blackbox.h>
+
 #include "base/cod_thread.h"
+#include "base/cod_tsan.h"
+
+using cod::LockMode;
 
 namespace {
 
@@ -19,6 +27,12 @@ COD_THREAD_LOCAL(CodUint32, gTlsSpinSleeps, {0});
 SpinLockAttr &attrOf(CodUint32 type) {
     return g_SpinLockAttrs[type < __LOCK_TYPE_COUNT__ ? type : CodUint32{LOCK_TYPE_OTHERS}];
 }
+
+CodInt64 sleepsOf(CodUint32 type) {
+    return __atomic_load_n(&g_SpinLockAttrs[type].sleepTimes, __ATOMIC_RELAXED);
+}
+
+// ---- Spin locks ----
 
 // Reads before it exchanges, so that waiters share the line until the lock is free.
 inline bool tryTake(SpinLock *lock) {
@@ -48,19 +62,17 @@ COD_COLD void spinWait(SpinLock *lock, CodUint32 type) {
     }
 }
 
-}  // namespace
-
-void spinLock(SpinLock *lock, CodUint32 type) {
+inline void take(SpinLock *lock, CodUint32 type) {
     if (COD_UNLIKELY(!tryTake(lock))) {
         spinWait(lock, type);
     }
 }
 
-CodBool spinTryLock(SpinLock *lock) {
-    return tryTake(lock);
+inline void leave(SpinLock *lock) {
+    __atomic_store_n(&lock->word, 0u, __ATOMIC_RELEASE);
 }
 
-CodBool spinTryLockTimes(SpinLock *lock, CodUint32 type, CodUint32 times) {
+bool tryTakeTimes(SpinLock *lock, CodUint32 type, CodUint32 times) {
     const CodUint64 longest = attrOf(type).spinCount;
     CodUint64 backOff = 1;
     for (CodUint32 attempt = 0; attempt < times; attempt++) {
@@ -75,9 +87,189 @@ CodBool spinTryLockTimes(SpinLock *lock, CodUint32 type, CodUint32 times) {
     return false;
 }
 
+// ---- Latches ----
+
+// Waiters read the fields while the holder of the spin lock writes them.
+template <class T>
+inline T read(const volatile T &field) {
+    return __atomic_load_n(&field, __ATOMIC_RELAXED);
+}
+
+template <class T, class Value>
+inline void write(volatile T &field, Value value) {
+    __atomic_store_n(&field, static_cast<T>(value), __ATOMIC_RELAXED);
+}
+
+constexpr CodUint16 kMostReaders = UINT16_MAX;
+constexpr CodUint8 kMostReentries = UINT8_MAX;
+
+// A wait for a latch: one pause at a time, a sleep after spinCount of them. One with a limit gives up by the thread's sleeps.
+class LatchWait {
+public:
+    explicit LatchWait(CodUint32 type) : type_(type) {}
+    LatchWait(CodUint32 type, CodUint32 timeout) : type_(type), hasLimit_(true), limit_(timeout), sleepsBefore_(gTlsSpinSleeps()) {}
+
+    // False: given up.
+    bool pause() {
+        _mm_pause();
+        if (++counter_ >= attrOf(type_).spinCount) {
+            spinSleep(type_);
+            counter_ = 0;
+        }
+        return !hasLimit_ || gTlsSpinSleeps() - sleepsBefore_ <= limit_;
+    }
+
+private:
+    CodUint32 type_;
+    CodUint32 counter_ = 0;
+    bool hasLimit_ = false;
+    CodUint32 limit_ = 0;
+    CodUint32 sleepsBefore_ = 0;
+};
+
+// False: the wait gave up.
+bool waitForWriters(const Latch *latch, LatchWait *wait) {
+    do {
+        if (!wait->pause()) {
+            return false;
+        }
+    } while (read(latch->status) > LATCH_S);
+    return true;
+}
+
+bool tryShared(Latch *latch, CodUint32 type) {
+    take(&latch->lock, type);
+    const CodUint16 readers = read(latch->sharedCount);
+    const bool isOpen = read(latch->status) <= LATCH_S && readers != kMostReaders;
+    if (COD_LIKELY(isOpen)) {
+        write(latch->status, LATCH_S);
+        write(latch->sharedCount, readers + 1);
+    }
+    leave(&latch->lock);
+    return isOpen;
+}
+
+COD_COLD bool waitShared(Latch *latch, CodUint32 type, LatchWait wait) {
+    do {
+        if (!waitForWriters(latch, &wait)) {
+            return false;
+        }
+    } while (!tryShared(latch, type));
+    return true;
+}
+
+inline void grant(Latch *latch, CodUint16 holderId) {
+    write(latch->status, LATCH_X);
+    write(latch->latchXTimes, read(latch->latchXTimes) + 1);
+    write(latch->xhid, holderId);
+}
+
+// The latch is in LATCH_IX by the caller's doing.
+COD_COLD bool waitForReaders(Latch *latch, CodUint16 holderId, CodUint32 type, LatchWait *wait) {
+    bool hasTime = true;
+    while (read(latch->sharedCount) != 0 && hasTime) {
+        hasTime = wait->pause();
+    }
+    take(&latch->lock, type);
+    const bool isGranted = read(latch->sharedCount) == 0;
+    if (isGranted) {
+        grant(latch, holderId);
+    } else {
+        write(latch->status, LATCH_S);
+    }
+    leave(&latch->lock);
+    return isGranted;
+}
+
+// One look at the latch by a writer. Taken and intent need no second one.
+enum class Look { Taken, Intent, Closed };
+
+Look lookExclusive(Latch *latch, CodUint16 holderId, CodUint32 type) {
+    Look look = Look::Closed;
+    take(&latch->lock, type);
+    const CodUint8 status = read(latch->status);
+    if (COD_LIKELY(status == LATCH_IDLE)) {
+        grant(latch, holderId);
+        look = Look::Taken;
+    } else if (status == LATCH_S) {
+        write(latch->status, LATCH_IX);
+        look = Look::Intent;
+    }
+    leave(&latch->lock);
+    return look;
+}
+
+COD_COLD bool waitExclusive(Latch *latch, CodUint16 holderId, CodUint32 type, LatchWait wait, Look look) {
+    while (look == Look::Closed) {
+        if (!waitForWriters(latch, &wait)) {
+            return false;
+        }
+        look = lookExclusive(latch, holderId, type);
+    }
+    return look == Look::Taken || waitForReaders(latch, holderId, type, &wait);
+}
+
+inline bool takeExclusive(Latch *latch, CodUint16 holderId, CodUint32 type) {
+    const Look look = lookExclusive(latch, holderId, type);
+    return COD_LIKELY(look == Look::Taken) || waitExclusive(latch, holderId, type, LatchWait(type), look);
+}
+
+// What a holder leaves: only itself can change LATCH_X, and readers never see it.
+LockMode heldMode(const Latch *latch) {
+    return read(latch->status) == LATCH_X ? LockMode::Exclusive : LockMode::Shared;
+}
+
+// Under the spin lock. A waiting writer sees the count of readers itself: the status stays LATCH_IX.
+inline void leaveShared(Latch *latch) {
+    const CodUint16 readers = read(latch->sharedCount);
+    if (readers == 0) {
+        return;
+    }
+    write(latch->sharedCount, readers - 1);
+    if (readers == 1 && read(latch->status) == LATCH_S) {
+        write(latch->status, LATCH_IDLE);
+    }
+}
+
+// The holder comes again.
+bool tryReenter(Latch *latch, CodUint16 holderId, CodUint32 type) {
+    take(&latch->lock, type);
+    const CodUint8 times = read(latch->latchXTimes);
+    const bool isHolder = read(latch->status) == LATCH_X && read(latch->xhid) == holderId;
+    if (isHolder && times != kMostReentries) {
+        write(latch->latchXTimes, times + 1);
+    }
+    leave(&latch->lock);
+    if (COD_UNLIKELY(isHolder && times == kMostReentries)) {
+        codPanic("latch of type \"%s\" is taken %u times by its holder %u", attrOf(type).name, CodUint32{times}, CodUint32{holderId});
+    }
+    return isHolder;
+}
+
+}  // namespace
+
+void spinLock(SpinLock *lock, CodUint32 type) {
+    cod::noteBeforeLock(lock, LockMode::Exclusive);
+    take(lock, type);
+    cod::noteAfterLock(lock, LockMode::Exclusive);
+}
+COD_SECOND_NAME(spinLock) void spinLockExported(SpinLock *lock, CodUint32 type);
+
+CodBool spinTryLock(SpinLock *lock) {
+    cod::noteBeforeTry(lock, LockMode::Exclusive);
+    return cod::noteAfterTry(lock, LockMode::Exclusive, tryTake(lock));
+}
+
+CodBool spinTryLockTimes(SpinLock *lock, CodUint32 type, CodUint32 times) {
+    cod::noteBeforeTry(lock, LockMode::Exclusive);
+    return cod::noteAfterTry(lock, LockMode::Exclusive, tryTakeTimes(lock, type, times));
+}
+
 void spinUnlock(SpinLock *lock) {
     if (lock != nullptr) {
-        __atomic_store_n(&lock->word, 0u, __ATOMIC_RELEASE);
+        cod::noteBeforeUnlock(lock, LockMode::Exclusive);
+        leave(lock);
+        cod::noteAfterUnlock(lock, LockMode::Exclusive);
     }
 }
 
@@ -99,4 +291,114 @@ void spinSleepDefault(void) {
 
 CodUint32 spinGetTlsSleeps(void) {
     return gTlsSpinSleeps();
+}
+
+CodUint32 spinReport(SpinReportRow *rows, CodUint32 capacity) {
+    SpinReportRow all[__LOCK_TYPE_COUNT__];
+    CodUint32 count = 0;
+    for (CodUint32 type = 0; type < __LOCK_TYPE_COUNT__; type++) {
+        const CodInt64 sleeps = sleepsOf(type);
+        if (sleeps != 0) {
+            all[count++] = {type, g_SpinLockAttrs[type].name, sleeps};
+        }
+    }
+    std::sort(all, all + count, [](const SpinReportRow &left, const SpinReportRow &right) {
+        return left.sleepTimes != right.sleepTimes ? left.sleepTimes > right.sleepTimes : left.type < right.type;
+    });
+    if (rows != nullptr) {
+        std::copy_n(all, std::min(count, capacity), rows);
+    }
+    return count;
+}
+
+// ---- Latches ----
+
+void latchInit(Latch *latch) {
+    *latch = {};
+    latch->xhid = LATCH_NO_HOLDER;
+}
+
+void latchShared(Latch *latch, CodUint32 type) {
+    cod::noteBeforeLock(latch, LockMode::Shared);
+    if (COD_UNLIKELY(!tryShared(latch, type))) {
+        waitShared(latch, type, LatchWait(type));
+    }
+    cod::noteAfterLock(latch, LockMode::Shared);
+}
+
+CodBool tryLatchShared(Latch *latch, CodUint32 type) {
+    cod::noteBeforeTry(latch, LockMode::Shared);
+    return cod::noteAfterTry(latch, LockMode::Shared, tryShared(latch, type));
+}
+
+CodBool latchSharedTimeout(Latch *latch, CodUint32 type, CodUint32 timeout) {
+    cod::noteBeforeTry(latch, LockMode::Shared);
+    const LatchWait wait(type, timeout);
+    return cod::noteAfterTry(latch, LockMode::Shared, tryShared(latch, type) || waitShared(latch, type, wait));
+}
+
+void latchExclusive(Latch *latch, CodUint16 holderId, CodUint32 type) {
+    cod::noteBeforeLock(latch, LockMode::Exclusive);
+    takeExclusive(latch, holderId, type);
+    cod::noteAfterLock(latch, LockMode::Exclusive);
+}
+
+CodBool latchExclusiveTimeout(Latch *latch, CodUint16 holderId, CodUint32 type, CodUint32 timeout) {
+    cod::noteBeforeTry(latch, LockMode::Exclusive);
+    const LatchWait wait(type, timeout);
+    const Look look = lookExclusive(latch, holderId, type);
+    return cod::noteAfterTry(latch, LockMode::Exclusive, look == Look::Taken || waitExclusive(latch, holderId, type, wait, look));
+}
+
+void latchIntentExclusive(Latch *latch, CodUint16 holderId, CodUint32 type) {
+    cod::noteBeforeLock(latch, LockMode::Exclusive);
+    LatchWait wait(type);
+    waitForReaders(latch, holderId, type, &wait);
+    cod::noteAfterLock(latch, LockMode::Exclusive);
+}
+
+CodBool latchIsIntentX(const Latch *latch) {
+    return read(latch->status) == LATCH_IX;
+}
+
+void unLatch(Latch *latch, CodUint32 type) {
+    const LockMode mode = heldMode(latch);
+    cod::noteBeforeUnlock(latch, mode);
+    take(&latch->lock, type);
+    if (mode == LockMode::Exclusive) {
+        write(latch->status, LATCH_IDLE);
+        write(latch->xhid, LATCH_NO_HOLDER);
+        write(latch->latchXTimes, read(latch->latchXTimes) - 1);
+    } else {
+        leaveShared(latch);
+    }
+    leave(&latch->lock);
+    cod::noteAfterUnlock(latch, mode);
+}
+
+void reentrantLatchExclusive(Latch *latch, CodUint16 holderId, CodUint32 type) {
+    if (!tryReenter(latch, holderId, type)) {
+        latchExclusive(latch, holderId, type);
+    }
+}
+
+void reentrantUnLatch(Latch *latch, CodUint32 type) {
+    const LockMode mode = heldMode(latch);
+    const bool isLast = mode == LockMode::Shared || read(latch->latchXTimes) <= 1;
+    if (isLast) {
+        cod::noteBeforeUnlock(latch, mode);
+    }
+    take(&latch->lock, type);
+    if (mode == LockMode::Shared) {
+        leaveShared(latch);
+    } else {
+        write(latch->latchXTimes, read(latch->latchXTimes) - 1);
+        if (isLast) {
+            write(latch->status, LATCH_IDLE);
+        }
+    }
+    leave(&latch->lock);
+    if (isLast) {
+        cod::noteAfterUnlock(latch, mode);
+    }
 }

@@ -1,8 +1,26 @@
 #include <vel_infra/utils/ani_clock.h>
 
+#include <pthread.h>
 #include <time.h>
 
 namespace {
+
+// The C library's time zone is behind a lock that a fork's child inherits as it is. No thread is inside by our doing while the process
+// forks, so that the child can tell the time.
+constinit pthread_mutex_t zoneLock = PTHREAD_MUTEX_INITIALIZER;
+constinit pthread_once_t forkHandlersOnce = PTHREAD_ONCE_INIT;
+
+void lockZone(void) {
+    pthread_mutex_lock(&zoneLock);
+}
+
+void unlockZone(void) {
+    pthread_mutex_unlock(&zoneLock);
+}
+
+void registerForkHandlers(void) {
+    pthread_atfork(lockZone, unlockZone, unlockZone);
+}
 
 timespec readClock(clockid_t clock) {
     timespec now;
@@ -10,14 +28,36 @@ timespec readClock(clockid_t clock) {
     return now;
 }
 
+CodInt64 inMicroseconds(timespec time) {
+    return CodInt64{time.tv_sec} * 1000000 + time.tv_nsec / 1000;
+}
+
 }  // namespace
 
 CodDate codNow(void) {
-    const timespec now = readClock(CLOCK_REALTIME);
-    return CodDate{now.tv_sec} * 1000000 + now.tv_nsec / 1000;
+    return inMicroseconds(readClock(CLOCK_REALTIME));
+}
+
+CodDate codSysdate(void) {
+    return codNow() + CodInt64{codGetTimeZoneBias()} * 60000000;
+}
+
+CodInt16 codGetTimeZoneBias(void) {
+    pthread_once(&forkHandlersOnce, registerForkHandlers);
+    const time_t now = time(nullptr);
+    tm local = {};
+    lockZone();
+    tzset();
+    localtime_r(&now, &local);
+    unlockZone();
+    return static_cast<CodInt16>(local.tm_gmtoff / 60);
 }
 
 CodInstant codInstantNow(void) {
     const timespec now = readClock(CLOCK_MONOTONIC);
     return CodInstant{now.tv_sec} * 1000000000 + now.tv_nsec;
+}
+
+CodInt64 codGetMonotonicTime(void) {
+    return inMicroseconds(readClock(CLOCK_MONOTONIC));
 }

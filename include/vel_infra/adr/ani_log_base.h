@@ -51,6 +51,28 @@ COD_API const char *codGetLogLevelDesc(CodLogLevel level);
 COD_API void log2Stdout(CodLogLevel level, CodInt32 errcode, const char *fileName, const char *funcName, CodInt32 lineNo, const char *fmt,
                         ...) COD_PRINTF(6, 7);
 
+/* ---- Logging ---- */
+
+/* COD_LOG_WARN("%u sessions left", count);
+ * Passes a message to the logger when its level is the logger's or above; otherwise the arguments are not evaluated. COD_LOG also names an
+ * error code. */
+#define COD_LOG_TRACE(...) COD_LOG(COD_LOG_LEVEL_TRACE, 0, __VA_ARGS__)
+#define COD_LOG_DEBUG(...) COD_LOG(COD_LOG_LEVEL_DEBUG, 0, __VA_ARGS__)
+#define COD_LOG_INFO(...) COD_LOG(COD_LOG_LEVEL_INFO, 0, __VA_ARGS__)
+#define COD_LOG_WARN(...) COD_LOG(COD_LOG_LEVEL_WARN, 0, __VA_ARGS__)
+#define COD_LOG_ERROR(...) COD_LOG(COD_LOG_LEVEL_ERROR, 0, __VA_ARGS__)
+#define COD_LOG_FATAL(...) COD_LOG(COD_LOG_LEVEL_FATAL, 0, __VA_ARGS__)
+
+#define COD_LOG(messageLevel, errcode, ...)                                                                                \
+    do {                                                                                                                   \
+        if (COD_UNLIKELY((messageLevel) >= __atomic_load_n(&codProcessLogger.level, __ATOMIC_RELAXED))) {                  \
+            codGetLogCallback()((messageLevel), (CodInt32)(errcode), __FILE__, __func__, (CodInt32)__LINE__, __VA_ARGS__); \
+        }                                                                                                                  \
+    } while (0)
+
+/* What codGetLogger returns, for the comparison above. */
+COD_API extern Logger codProcessLogger;
+
 COD_END_DECLS
 
 #endif

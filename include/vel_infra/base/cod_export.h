@@ -38,6 +38,17 @@
 #define COD_WITH_ASAN 0
 #endif
 
+#if defined(__SANITIZE_THREAD__)
+#define COD_WITH_TSAN 1
+#elif defined(__has_feature)
+#if __has_feature(thread_sanitizer)
+#define COD_WITH_TSAN 1
+#endif
+#endif
+#ifndef COD_WITH_TSAN
+#define COD_WITH_TSAN 0
+#endif
+
 /* Public enumerations hold any 32-bit value, in C++ too: callers may pass one that has no name. */
 #ifdef __cplusplus
 #define COD_ENUM_BASE : int

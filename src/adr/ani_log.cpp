@@ -1,0 +1,573 @@
+// The run log. A line is composed without a lock; writing it, looking at the file's size and rotating happen under the run log's own one,
+// and removing old files behind it.
+
+#include <vel_infra/adr/ani_log.h>
+
+#include <dirent.h>
+#include <errno.h>
+#include <fcntl.h>
+#include <pthread.h>
+#include <stdio.h>
+#include <string.h>
+#include <strings.h>
+#include <sys/stat.h>
+#include <sys/syscall.h>
+#include <unistd.h>
+
+#include <algorithm>
+
+#include <vel_infra/error/ani_error_base.h>
+#include <vel_infra/lock/ani_lock.h>
+#include <vel_infra/utils/ani_clock.h>
+#include <vel_infra/utils/ani_datetime.h>
+
+#include "base/cod_thread.h"
+#include "error/ani_error_format_internal.h"
+#include "utils/ani_field_text_internal.h"
+
+namespace {
+
+constexpr CodUint32 kPathSize = 256;
+// What the path of a rotated file takes behind the directory: "/run-YYYYMMDDhhmmss.log".
+constexpr CodUint32 kRotatedNameLength = 23;
+constexpr CodInt64 kBlockTime = 100000;  // microseconds
+constexpr CodUint32 kNoteSize = 128;     // of the line that tells of dropped ones
+
+struct StLogFile {
+    CodInt32 handle;  // -1: closed
+    CodThreadLock lock;
+    char curNameFmt[kPathSize];
+    char rotateNameFmt[kPathSize];
+    CodBool rotateFail;  // a failed rename was printed, and none has succeeded since
+    char logPath[kPathSize];
+};
+
+constinit StLogFile logFile = {-1, {PTHREAD_MUTEX_INITIALIZER}, "%s/run.log", "%s/run-%04u%02u%02u%02u%02u%02u.log", false, ""};
+
+// Set at start-up, read by every thread.
+constinit CodUint64 logSize = COD_RUN_LOG_SIZE;
+constinit CodUint32 logCount = COD_RUN_LOG_COUNT;
+constinit const CodTimer *logTimer = nullptr;
+constinit CodBool isLogOff = false;
+constinit CodBool hasDistinctNames = false;
+constinit CodUint64 droppedLines = 0;
+constinit pthread_once_t forkHandlersOnce = PTHREAD_ONCE_INIT;
+
+struct ThreadState {
+    CodInt64 id;
+    CodBool logBlockTime;
+};
+COD_THREAD_LOCAL(ThreadState, threadState, {});
+
+template <class T>
+void set(T *setting, T value) {
+    __atomic_store_n(setting, value, __ATOMIC_RELAXED);
+}
+
+template <class T>
+T get(const T *setting) {
+    return __atomic_load_n(setting, __ATOMIC_RELAXED);
+}
+
+CodInt64 threadId() {
+    ThreadState &state = threadState();
+    if (COD_UNLIKELY(state.id == 0)) {
+        state.id = codSimpleThreadId();
+    }
+    return state.id;
+}
+
+CodDate localTime() {
+    const CodDate cached = codTimerLocalTime(get(&logTimer));
+    return cached > 0 ? cached : codSysdate();
+}
+
+// ---- Lines ----
+
+// A line is full one byte before its buffer is: that byte is the line feed's.
+struct Line {
+    CodDate time;
+    CodUint32 length = 0;
+    char text[COD_RUN_LOG_LINE_SIZE];
+
+    CodUint32 room() const {
+        return sizeof(text) - length;
+    }
+    // What vsnprintf gave back.
+    void grow(int written) {
+        length += written > 0 ? std::min(static_cast<CodUint32>(written), room() - 1) : 0;
+    }
+    COD_PRINTF(2, 3) void add(const char *fmt, ...) {
+        va_list args;
+        va_start(args, fmt);
+        addList(fmt, args);
+        va_end(args);
+    }
+    COD_PRINTF(2, 0) void addList(const char *fmt, va_list args) {
+        grow(cod::formatText(text + length, room(), fmt, args));
+    }
+    void close() {
+        text[length++] = '\n';
+    }
+};
+
+void beginLine(Line *line, CodLogLevel level, CodInt32 errcode) {
+    CodDateStruct ds;
+    line->time = localTime();
+    codGetDateStruct(line->time, &ds);
+    char *end = cod::putDate(line->text, ds.year, ds.month, ds.day);
+    end = cod::putTime(cod::putChar(end, ' '), ds.hour, ds.minute, ds.second);
+    end = cod::putThree(cod::putChar(end, '.'), ds.fraction / 1000);
+    line->length = static_cast<CodUint32>(end - line->text);
+    line->add(" %ld [%s]", threadId(), codGetLogLevelDesc(level));
+    if (errcode != 0) {
+        line->add("[errno=%05d]:", errcode);
+    }
+    line->add(" ");
+}
+
+void endMessage(Line *line, CodUint32 begin) {
+    while (line->length > begin && line->text[line->length - 1] == '\n') {
+        line->length--;
+    }
+}
+
+void addBlockTime(Line *line) {
+    const CodDate now = codTimerLocalTime(get(&logTimer));
+    if (threadState().logBlockTime && line->time > 0 && now > 0 && now - line->time > kBlockTime) {
+        line->add("(block time: %lu ms)", static_cast<unsigned long>(now - line->time) / 1000);
+    }
+}
+
+// ---- The file. All under the lock. ----
+
+bool formatCurrentPath(char (&path)[kPathSize]) {
+    const int length = snprintf(path, sizeof(path), logFile.curNameFmt, logFile.logPath);
+    return length >= 0 && static_cast<CodUint32>(length) < sizeof(path);
+}
+
+bool formatRotatedPath(CodDate time, char (&path)[kPathSize]) {
+    CodDateStruct ds;
+    codGetDateStruct(time, &ds);
+    const int length = snprintf(path, sizeof(path), logFile.rotateNameFmt, logFile.logPath, unsigned{ds.year}, unsigned{ds.month},
+                                unsigned{ds.day}, unsigned{ds.hour}, unsigned{ds.minute}, unsigned{ds.second});
+    return length >= 0 && static_cast<CodUint32>(length) < sizeof(path);
+}
+
+bool exists(const char *path) {
+    struct stat status;
+    return lstat(path, &status) == 0;
+}
+
+int openFile(const char *path, int flags) {
+    int handle;
+    do {
+        handle = open(path, O_RDWR | O_CLOEXEC | flags, 0640);
+    } while (handle < 0 && errno == EINTR);
+    return handle;
+}
+
+// A file that another process made in between is as good as ours.
+bool createFile(const char *path) {
+    const int handle = openFile(path, O_CREAT | O_EXCL);
+    if (handle < 0) {
+        return errno == EEXIST;
+    }
+    close(handle);
+    return true;
+}
+
+const char *systemErrorText() {
+    return codSysErrDesc(static_cast<CodUint32>(errno));
+}
+
+bool createLogFile() {
+    char path[kPathSize];
+    if (!formatCurrentPath(path)) {
+        printf("log with the path %s is too long\n", logFile.logPath);
+        return false;
+    }
+    if (!exists(path) && !createFile(path)) {
+        printf("create file %s failed, %s\n", path, systemErrorText());
+        return false;
+    }
+    logFile.handle = openFile(path, O_APPEND | O_SYNC);
+    if (logFile.handle < 0) {
+        printf("open file %s failed, %s", path, systemErrorText());
+    }
+    return logFile.handle >= 0;
+}
+
+void closeLogFile() {
+    if (logFile.handle >= 0) {
+        close(logFile.handle);
+        logFile.handle = -1;
+    }
+}
+
+// Opens the file unless it is open; one that was removed meanwhile is opened anew. *status tells of the open one. A path that is not set
+// belongs to a run log that could not be opened.
+bool ensureOpen(struct stat *status) {
+    if (logFile.handle >= 0 && (fstat(logFile.handle, status) != 0 || status->st_nlink == 0)) {
+        closeLogFile();
+    }
+    if (logFile.handle >= 0) {
+        return true;
+    }
+    return logFile.logPath[0] != '\0' && createLogFile() && fstat(logFile.handle, status) == 0;
+}
+
+// What was written of a line that could not be finished is taken back, unless others have written behind it.
+void takeBack(off_t sizeBefore, CodUint32 written) {
+    struct stat status;
+    if (written > 0 && fstat(logFile.handle, &status) == 0 && status.st_size == sizeBefore + written) {
+        (void)!ftruncate(logFile.handle, sizeBefore);
+    }
+}
+
+bool writeAll(const char *bytes, CodUint32 size, off_t sizeBefore) {
+    CodUint32 written = 0;
+    while (written < size) {
+        const ssize_t count = write(logFile.handle, bytes + written, size - written);
+        if (count > 0) {
+            written += static_cast<CodUint32>(count);
+        } else if (count == 0 || errno != EINTR) {
+            printf("failed to write log file, errno %d\n", errno);
+            takeBack(sizeBefore, written);
+            return false;
+        }
+    }
+    return true;
+}
+
+void dropLine() {
+    __atomic_fetch_add(&droppedLines, 1, __ATOMIC_RELAXED);
+}
+
+// The line, and before it, when some were dropped, the line that tells how many. Both or none: a disk that is nearly full is not filled
+// with the latter. Returns the bytes written, 0 on failure.
+CodUint32 writeLine(const Line &line, off_t sizeBefore) {
+    const CodUint64 dropped = get(&droppedLines);
+    if (COD_LIKELY(dropped == 0)) {
+        return writeAll(line.text, line.length, sizeBefore) ? line.length : 0;
+    }
+    Line note;
+    beginLine(&note, COD_LOG_LEVEL_WARN, 0);
+    note.add("%lu log messages were dropped", dropped);
+    note.close();
+    char both[kNoteSize + COD_RUN_LOG_LINE_SIZE];
+    memcpy(both, note.text, note.length);
+    memcpy(both + note.length, line.text, line.length);
+    if (!writeAll(both, note.length + line.length, sizeBefore)) {
+        return 0;
+    }
+    __atomic_fetch_sub(&droppedLines, dropped, __ATOMIC_RELAXED);
+    return note.length + line.length;
+}
+
+// ---- Rotation ----
+
+bool chooseRotatedPath(char (&path)[kPathSize]) {
+    CodDate time = localTime();
+    bool isFormatted = formatRotatedPath(time, path);
+    while (isFormatted && get(&hasDistinctNames) && exists(path)) {
+        char before[kPathSize];
+        memcpy(before, path, sizeof(before));
+        time += COD_USECS_PER_SECOND;
+        // A format that does not tell seconds has no further names to give.
+        isFormatted = formatRotatedPath(time, path) && strcmp(before, path) != 0;
+    }
+    return isFormatted;
+}
+
+// The name still leads to the open file. If it does not, another process has rotated it, whose new file must not be renamed by us.
+bool isCurrentFile(const char *path, const struct stat &status) {
+    struct stat named;
+    return stat(path, &named) != 0 || (named.st_dev == status.st_dev && named.st_ino == status.st_ino);
+}
+
+bool renameFile(const char *path, const char *rotated) {
+    if (rename(path, rotated) == 0) {
+        logFile.rotateFail = false;
+        return true;
+    }
+    if (!logFile.rotateFail) {
+        printf("rename log file %s to %s failed, errno %d\n", path, rotated, errno);
+        logFile.rotateFail = true;
+    }
+    return false;
+}
+
+// True: the file was rotated.
+bool rotate(const struct stat &status) {
+    char path[kPathSize];
+    char rotated[kPathSize];
+    if (!formatCurrentPath(path)) {
+        printf("log with the path %s is too long", logFile.logPath);
+        return false;
+    }
+    if (!chooseRotatedPath(rotated)) {
+        printf("rotate log with the path %s is too long", logFile.logPath);
+        return false;
+    }
+    const bool isCurrent = isCurrentFile(path, status);
+    closeLogFile();
+    const bool isRotated = isCurrent && renameFile(path, rotated);
+    createLogFile();
+    return isRotated;
+}
+
+// True: the file was rotated.
+bool writeUnderLock(Line *line) {
+    struct stat status;
+    if (!ensureOpen(&status)) {
+        dropLine();
+        return false;
+    }
+    addBlockTime(line);
+    line->close();
+    const CodUint32 written = writeLine(*line, status.st_size);
+    if (written == 0) {
+        dropLine();
+        return false;
+    }
+    const CodUint64 size = static_cast<CodUint64>(status.st_size) + written;
+    return S_ISREG(status.st_mode) && size > get(&logSize) && rotate(status);
+}
+
+bool isRotatedName(const char *name) {
+    if (strlen(name) != kRotatedNameLength - 1 || memcmp(name, "run-", 4) != 0 || strcmp(name + 18, ".log") != 0) {
+        return false;
+    }
+    return std::all_of(name + 4, name + 18, [](char c) { return c >= '0' && c <= '9'; });
+}
+
+bool isDirectory(int directory, const dirent &entry) {
+    if (entry.d_type != DT_UNKNOWN) {
+        return entry.d_type == DT_DIR;
+    }
+    struct stat status;
+    return fstatat(directory, entry.d_name, &status, AT_SYMLINK_NOFOLLOW) == 0 && S_ISDIR(status.st_mode);
+}
+
+// Counts the rotated files; *oldest becomes the smallest name.
+CodUint32 countRotated(const char *path, char (&oldest)[kRotatedNameLength]) {
+    CodUint32 count = 0;
+    DIR *directory = opendir(path);
+    if (directory == nullptr) {
+        return 0;
+    }
+    while (const dirent *entry = readdir(directory)) {
+        if (isRotatedName(entry->d_name) && !isDirectory(dirfd(directory), *entry)) {
+            if (count == 0 || strcmp(entry->d_name, oldest) < 0) {
+                memcpy(oldest, entry->d_name, sizeof(oldest));
+            }
+            count++;
+        }
+    }
+    closedir(directory);
+    return count;
+}
+
+// Two threads may do this at once: one whose file the other has removed stops.
+void removeOldFiles() {
+    char oldest[kRotatedNameLength];
+    const CodUint32 kept = std::max(get(&logCount), CodUint32{1});
+    while (countRotated(logFile.logPath, oldest) >= kept) {
+        char path[kPathSize + kRotatedNameLength];
+        snprintf(path, sizeof(path), "%s/%s", logFile.logPath, oldest);
+        if (remove(path) != 0) {
+            printf("failed to remove log file %s, errno %d\n", path, errno);
+            return;
+        }
+    }
+}
+
+// ---- Forks ----
+
+void lockBeforeFork(void) {
+    codThreadLock(&logFile.lock);
+}
+
+void unlockAfterFork(void) {
+    codThreadUnlock(&logFile.lock);
+}
+
+void unlockInChild(void) {
+    threadState().id = 0;
+    unlockAfterFork();
+}
+
+// Handlers run backwards before a fork: the run log's lock is taken before the clock's, as it is in a rotation.
+void registerForkHandlers(void) {
+    (void)codGetTimeZoneBias();
+    pthread_atfork(lockBeforeFork, unlockAfterFork, unlockInChild);
+}
+
+// ---- Settings ----
+
+// At most `numbers` conversions of integers behind one of a text.
+bool isPathFormat(const char *fmt, CodUint32 numbers) {
+    CodUint32 conversions = 0;
+    if (fmt == nullptr || strlen(fmt) >= kPathSize) {
+        return false;
+    }
+    while ((fmt = strchr(fmt, '%')) != nullptr) {
+        fmt++;
+        if (*fmt == '%') {
+            fmt++;
+            continue;
+        }
+        fmt += strspn(fmt, "-+ #0");
+        fmt += strspn(fmt, "0123456789.");
+        const char *allowed = conversions == 0 ? "s" : "ud";
+        if (*fmt == '\0' || strchr(allowed, *fmt) == nullptr || conversions++ > numbers) {
+            return false;
+        }
+    }
+    return true;
+}
+
+// 0: there is none of this name.
+int levelOfName(const char *name) {
+    for (int level = COD_LOG_LEVEL_TRACE; name != nullptr && level <= COD_LOG_OFF; level++) {
+        if (strcasecmp(name, codGetLogLevelDesc(static_cast<CodLogLevel>(level))) == 0) {
+            return level;
+        }
+    }
+    return name != nullptr && strcasecmp(name, "ALL") == 0 ? COD_LOG_ALL : 0;
+}
+
+// The length of the path without a "/" at its end; 0: it cannot be used.
+CodUint32 usableLength(const char *path) {
+    const size_t length = path != nullptr ? strlen(path) : 0;
+    if (length == 0 || length >= kPathSize) {
+        return 0;
+    }
+    const size_t kept = length - (path[length - 1] == '/');
+    return kept + kRotatedNameLength < kPathSize ? static_cast<CodUint32>(std::max(kept, size_t{1})) : 0;
+}
+
+}  // namespace
+
+CodResult aniInitRunLog(const char *path, const CodTimer *timer) {
+    pthread_once(&forkHandlersOnce, registerForkHandlers);
+    const CodUint32 length = usableLength(path);
+    codThreadLock(&logFile.lock);
+    closeLogFile();
+    logFile.logPath[0] = '\0';
+    bool isOpen = false;
+    if (path == nullptr || path[0] == '\0') {
+        printf("the run log needs a path\n");
+    } else if (length == 0) {
+        printf("log with the path %s is too long\n", path);
+    } else {
+        memcpy(logFile.logPath, path, length);
+        logFile.logPath[length] = '\0';
+        set(&logTimer, timer);
+        isOpen = createLogFile();
+        logFile.logPath[isOpen ? length : 0] = '\0';
+    }
+    codThreadUnlock(&logFile.lock);
+    if (!isOpen) {
+        return COD_ERROR;
+    }
+    codSetLogCallback(runLogCallback);
+    return COD_SUCCESS;
+}
+
+void aniCloseRunLog(void) {
+    codThreadLock(&logFile.lock);
+    closeLogFile();
+    codThreadUnlock(&logFile.lock);
+}
+
+CodResult aniReopenRunLog(void) {
+    struct stat status;
+    codThreadLock(&logFile.lock);
+    closeLogFile();
+    const bool isOpen = ensureOpen(&status);
+    codThreadUnlock(&logFile.lock);
+    return isOpen ? COD_SUCCESS : COD_ERROR;
+}
+
+void aniSetRunLogSize(CodUint64 size) {
+    set(&logSize, size);
+}
+
+void aniSetRunLogCount(CodUint32 count) {
+    set(&logCount, count);
+}
+
+CodResult aniSetRunLogNameFmt(const char *curNameFmt, const char *rotateNameFmt) {
+    if (!isPathFormat(curNameFmt, 0) || !isPathFormat(rotateNameFmt, 6)) {
+        return COD_ERROR;
+    }
+    codThreadLock(&logFile.lock);
+    memcpy(logFile.curNameFmt, curNameFmt, strlen(curNameFmt) + 1);
+    memcpy(logFile.rotateNameFmt, rotateNameFmt, strlen(rotateNameFmt) + 1);
+    codThreadUnlock(&logFile.lock);
+    return COD_SUCCESS;
+}
+
+void aniSetRunLogDistinctNames(CodBool flag) {
+    set(&hasDistinctNames, flag);
+}
+
+CodResult aniSetRunLogLevel(const char *levelName) {
+    const int level = levelOfName(levelName);
+    if (level == 0) {
+        return COD_ERROR;
+    }
+    codSetLogLevel(static_cast<CodLogLevel>(level));
+    return COD_SUCCESS;
+}
+
+CodBool aniIsRunLogLevelValid(const char *levelName) {
+    return levelOfName(levelName) != 0;
+}
+
+void aniSetLogOff(CodBool flag) {
+    set(&isLogOff, flag);
+}
+
+void aniEnableLogBlockTime(void) {
+    threadState().logBlockTime = true;
+}
+
+CodUint64 aniGetRunLogDropped(void) {
+    return get(&droppedLines);
+}
+
+void aniRunLogBase(CodLogLevel level, CodInt32 errcode, const char *, const char *, CodInt32, const char *fmt, va_list args) {
+    if (get(&isLogOff) || fmt == nullptr) {
+        return;
+    }
+    Line line;
+    beginLine(&line, level, errcode);
+    const CodUint32 begin = line.length;
+    line.addList(fmt, args);
+    endMessage(&line, begin);
+    if (codThreadLock(&logFile.lock) != 0) {
+        printf("run log lock failed");
+        dropLine();
+        return;
+    }
+    const bool isRotated = writeUnderLock(&line);
+    codThreadUnlock(&logFile.lock);
+    if (isRotated) {
+        removeOldFiles();
+    }
+}
+
+void runLogCallback(CodLogLevel level, CodInt32 errcode, const char *fileName, const char *funcName, CodInt32 lineNo, const char *fmt,
+                    ...) {
+    va_list args;
+    va_start(args, fmt);
+    aniRunLogBase(level, errcode, fileName, funcName, lineNo, fmt, args);
+    va_end(args);
+}
+
+CodInt64 codSimpleThreadId(void) {
+    return syscall(SYS_gettid);
+}
