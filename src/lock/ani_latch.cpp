@@ -137,8 +137,9 @@ bool waitForWriters(const Latch *latch, LatchWait *wait) {
     return true;
 }
 
-bool tryShared(Latch *latch, CodUint32 type) {
-    take(&latch->lock, type);
+// Of the functions called enter... and leave..., each works under the latch's spin lock and gives that back.
+
+bool enterShared(Latch *latch) {
     const CodUint16 readers = read(latch->sharedCount);
     const bool isOpen = read(latch->status) <= LATCH_S && readers != kMostReaders;
     if (COD_LIKELY(isOpen)) {
@@ -150,18 +151,42 @@ bool tryShared(Latch *latch, CodUint32 type) {
 }
 
 COD_COLD bool waitShared(Latch *latch, CodUint32 type, LatchWait wait) {
-    do {
+    for (;;) {
+        take(&latch->lock, type);
+        if (enterShared(latch)) {
+            return true;
+        }
         if (!waitForWriters(latch, &wait)) {
             return false;
         }
-    } while (!tryShared(latch, type));
-    return true;
+    }
+}
+
+COD_COLD bool waitShared(Latch *latch, CodUint32 type) {
+    return waitShared(latch, type, LatchWait(type));
 }
 
 inline void grant(Latch *latch, CodUint16 holderId) {
     write(latch->status, LATCH_X);
     write(latch->latchXTimes, read(latch->latchXTimes) + 1);
     write(latch->xhid, holderId);
+}
+
+// What a writer finds. Only when the latch is closed does it have to look again.
+enum class Found { Idle, Readers, Closed };
+
+inline Found enterExclusive(Latch *latch, CodUint16 holderId) {
+    Found found = Found::Closed;
+    const CodUint8 status = read(latch->status);
+    if (COD_LIKELY(status == LATCH_IDLE)) {
+        grant(latch, holderId);
+        found = Found::Idle;
+    } else if (status == LATCH_S) {
+        write(latch->status, LATCH_IX);
+        found = Found::Readers;
+    }
+    leave(&latch->lock);
+    return found;
 }
 
 // The latch is in LATCH_IX by the caller's doing.
@@ -181,37 +206,26 @@ COD_COLD bool waitForReaders(Latch *latch, CodUint16 holderId, CodUint32 type, L
     return isGranted;
 }
 
-// One look at the latch by a writer. Taken and intent need no second one.
-enum class Look { Taken, Intent, Closed };
-
-Look lookExclusive(Latch *latch, CodUint16 holderId, CodUint32 type) {
-    Look look = Look::Closed;
-    take(&latch->lock, type);
-    const CodUint8 status = read(latch->status);
-    if (COD_LIKELY(status == LATCH_IDLE)) {
-        grant(latch, holderId);
-        look = Look::Taken;
-    } else if (status == LATCH_S) {
-        write(latch->status, LATCH_IX);
-        look = Look::Intent;
-    }
-    leave(&latch->lock);
-    return look;
-}
-
-COD_COLD bool waitExclusive(Latch *latch, CodUint16 holderId, CodUint32 type, LatchWait wait, Look look) {
-    while (look == Look::Closed) {
+COD_COLD bool waitExclusive(Latch *latch, CodUint16 holderId, CodUint32 type, LatchWait wait) {
+    for (;;) {
+        take(&latch->lock, type);
+        const Found found = enterExclusive(latch, holderId);
+        if (found != Found::Closed) {
+            return found == Found::Idle || waitForReaders(latch, holderId, type, &wait);
+        }
         if (!waitForWriters(latch, &wait)) {
             return false;
         }
-        look = lookExclusive(latch, holderId, type);
     }
-    return look == Look::Taken || waitForReaders(latch, holderId, type, &wait);
 }
 
-inline bool takeExclusive(Latch *latch, CodUint16 holderId, CodUint32 type) {
-    const Look look = lookExclusive(latch, holderId, type);
-    return COD_LIKELY(look == Look::Taken) || waitExclusive(latch, holderId, type, LatchWait(type), look);
+COD_COLD void waitExclusive(Latch *latch, CodUint16 holderId, CodUint32 type) {
+    waitExclusive(latch, holderId, type, LatchWait(type));
+}
+
+COD_COLD void waitForReaders(Latch *latch, CodUint16 holderId, CodUint32 type) {
+    LatchWait wait(type);
+    waitForReaders(latch, holderId, type, &wait);
 }
 
 // What a holder leaves: only itself can change LATCH_X, and readers never see it.
@@ -219,16 +233,32 @@ LockMode heldMode(const Latch *latch) {
     return read(latch->status) == LATCH_X ? LockMode::Exclusive : LockMode::Shared;
 }
 
-// Under the spin lock. A waiting writer sees the count of readers itself: the status stays LATCH_IX.
 inline void leaveShared(Latch *latch) {
     const CodUint16 readers = read(latch->sharedCount);
-    if (readers == 0) {
-        return;
+    if (COD_LIKELY(readers != 0)) {
+        write(latch->sharedCount, readers - 1);
+        // A waiting writer sees the count of readers itself: the status stays LATCH_IX.
+        if (readers == 1 && read(latch->status) == LATCH_S) {
+            write(latch->status, LATCH_IDLE);
+        }
     }
-    write(latch->sharedCount, readers - 1);
-    if (readers == 1 && read(latch->status) == LATCH_S) {
-        write(latch->status, LATCH_IDLE);
-    }
+    leave(&latch->lock);
+}
+
+inline void leaveExclusive(Latch *latch) {
+    write(latch->status, LATCH_IDLE);
+    write(latch->xhid, LATCH_NO_HOLDER);
+    write(latch->latchXTimes, read(latch->latchXTimes) - 1);
+    leave(&latch->lock);
+}
+
+inline void leaveLatch(Latch *latch, LockMode mode) {
+    return mode == LockMode::Exclusive ? leaveExclusive(latch) : leaveShared(latch);
+}
+
+COD_COLD void waitAndLeave(Latch *latch, CodUint32 type, LockMode mode) {
+    take(&latch->lock, type);
+    leaveLatch(latch, mode);
 }
 
 // The holder comes again.
@@ -320,40 +350,43 @@ void latchInit(Latch *latch) {
 
 void latchShared(Latch *latch, CodUint32 type) {
     cod::noteBeforeLock(latch, LockMode::Shared);
-    if (COD_UNLIKELY(!tryShared(latch, type))) {
-        waitShared(latch, type, LatchWait(type));
+    // What waits is behind a call, so that the usual way needs no frame; so below.
+    if (COD_UNLIKELY(!tryTake(&latch->lock) || !enterShared(latch))) {
+        waitShared(latch, type);
     }
     cod::noteAfterLock(latch, LockMode::Shared);
 }
 
 CodBool tryLatchShared(Latch *latch, CodUint32 type) {
     cod::noteBeforeTry(latch, LockMode::Shared);
-    return cod::noteAfterTry(latch, LockMode::Shared, tryShared(latch, type));
+    take(&latch->lock, type);
+    return cod::noteAfterTry(latch, LockMode::Shared, enterShared(latch));
 }
 
 CodBool latchSharedTimeout(Latch *latch, CodUint32 type, CodUint32 timeout) {
     cod::noteBeforeTry(latch, LockMode::Shared);
-    const LatchWait wait(type, timeout);
-    return cod::noteAfterTry(latch, LockMode::Shared, tryShared(latch, type) || waitShared(latch, type, wait));
+    return cod::noteAfterTry(latch, LockMode::Shared, waitShared(latch, type, LatchWait(type, timeout)));
 }
 
 void latchExclusive(Latch *latch, CodUint16 holderId, CodUint32 type) {
     cod::noteBeforeLock(latch, LockMode::Exclusive);
-    takeExclusive(latch, holderId, type);
+    const Found found = COD_LIKELY(tryTake(&latch->lock)) ? enterExclusive(latch, holderId) : Found::Closed;
+    if (COD_UNLIKELY(found == Found::Closed)) {
+        waitExclusive(latch, holderId, type);
+    } else if (COD_UNLIKELY(found == Found::Readers)) {
+        waitForReaders(latch, holderId, type);
+    }
     cod::noteAfterLock(latch, LockMode::Exclusive);
 }
 
 CodBool latchExclusiveTimeout(Latch *latch, CodUint16 holderId, CodUint32 type, CodUint32 timeout) {
     cod::noteBeforeTry(latch, LockMode::Exclusive);
-    const LatchWait wait(type, timeout);
-    const Look look = lookExclusive(latch, holderId, type);
-    return cod::noteAfterTry(latch, LockMode::Exclusive, look == Look::Taken || waitExclusive(latch, holderId, type, wait, look));
+    return cod::noteAfterTry(latch, LockMode::Exclusive, waitExclusive(latch, holderId, type, LatchWait(type, timeout)));
 }
 
 void latchIntentExclusive(Latch *latch, CodUint16 holderId, CodUint32 type) {
     cod::noteBeforeLock(latch, LockMode::Exclusive);
-    LatchWait wait(type);
-    waitForReaders(latch, holderId, type, &wait);
+    waitForReaders(latch, holderId, type);
     cod::noteAfterLock(latch, LockMode::Exclusive);
 }
 
@@ -364,15 +397,11 @@ CodBool latchIsIntentX(const Latch *latch) {
 void unLatch(Latch *latch, CodUint32 type) {
     const LockMode mode = heldMode(latch);
     cod::noteBeforeUnlock(latch, mode);
-    take(&latch->lock, type);
-    if (mode == LockMode::Exclusive) {
-        write(latch->status, LATCH_IDLE);
-        write(latch->xhid, LATCH_NO_HOLDER);
-        write(latch->latchXTimes, read(latch->latchXTimes) - 1);
+    if (COD_LIKELY(tryTake(&latch->lock))) {
+        leaveLatch(latch, mode);
     } else {
-        leaveShared(latch);
+        waitAndLeave(latch, type, mode);
     }
-    leave(&latch->lock);
     cod::noteAfterUnlock(latch, mode);
 }
 
@@ -384,21 +413,19 @@ void reentrantLatchExclusive(Latch *latch, CodUint16 holderId, CodUint32 type) {
 
 void reentrantUnLatch(Latch *latch, CodUint32 type) {
     const LockMode mode = heldMode(latch);
-    const bool isLast = mode == LockMode::Shared || read(latch->latchXTimes) <= 1;
-    if (isLast) {
-        cod::noteBeforeUnlock(latch, mode);
-    }
     take(&latch->lock, type);
-    if (mode == LockMode::Shared) {
-        leaveShared(latch);
+    const CodUint8 times = static_cast<CodUint8>(read(latch->latchXTimes) - 1);
+    if (mode == LockMode::Exclusive && times != 0) {
+        write(latch->latchXTimes, times);
+        return leave(&latch->lock);
+    }
+    cod::noteBeforeUnlock(latch, mode);
+    if (mode == LockMode::Exclusive) {
+        write(latch->latchXTimes, times);
+        write(latch->status, LATCH_IDLE);
+        leave(&latch->lock);
     } else {
-        write(latch->latchXTimes, read(latch->latchXTimes) - 1);
-        if (isLast) {
-            write(latch->status, LATCH_IDLE);
-        }
+        leaveShared(latch);
     }
-    leave(&latch->lock);
-    if (isLast) {
-        cod::noteAfterUnlock(latch, mode);
-    }
+    cod::noteAfterUnlock(latch, mode);
 }

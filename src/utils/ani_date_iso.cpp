@@ -46,22 +46,32 @@ bool readFraction(cod::FieldReader *in, CodInt64 *fraction) {
     return true;
 }
 
+// Behind the sign: HH, HHMM or HH:MM.
+bool readOffset(cod::FieldReader *in, CodUint32 *hours, CodUint32 *minutes) {
+    switch (in->digits(2, 4, hours)) {
+        case 2:
+            return !in->skip(':') || in->two(minutes);
+        case 4:
+            *minutes = *hours % 100;
+            *hours /= 100;
+            return true;
+        default:
+            return false;
+    }
+}
+
 bool readZone(cod::FieldReader *in, CodInt64 *minutesEast) {
     if (in->isAtEnd() || in->skipAny("Zz")) {
         return true;
     }
-    const bool isWest = in->peek() == '-';
+    const CodInt64 direction = in->peek() == '-' ? -1 : 1;
     CodUint32 hours = 0;
     CodUint32 minutes = 0;
-    if (!in->skipAny("+-") || !in->two(&hours)) {
+    if (!in->skipAny("+-") || !readOffset(in, &hours, &minutes) || hours > 23 || minutes > 59) {
         return false;
     }
-    const bool hasColon = in->skip(':');
-    if ((hasColon || !in->isAtEnd()) && !in->two(&minutes)) {
-        return false;
-    }
-    *minutesEast = (isWest ? -1 : 1) * CodInt64{hours * 60 + minutes};
-    return hours < 24 && minutes < 60;
+    *minutesEast = direction * (hours * 60 + minutes);
+    return true;
 }
 
 bool readTime(cod::FieldReader *in, IsoFields *fields) {

@@ -1,13 +1,14 @@
 // Dates: microseconds to fields and back, and arithmetic with months, days and seconds.
 //
-// Day numbers become fields by Euclidean affine functions: quotient and remainder of a division by a constant, each by one multiplication
-// and a shift (Neri, Schneider: Euclidean affine functions and their application to calendar algorithms, 2022). Years begin in March there,
-// so that the leap day is the last one.
+// Day numbers become fields without a loop or a division: years begin in March, so that the leap day is the last one; the count is brought
+// from the Gregorian calendar to the Julian one by adding the leap days that centuries lack, where every year is a quarter of 1461 days;
+// and the day of the year leads to month and day by a table.
 
 #include <vel_infra/utils/ani_datetime.h>
 
 #include <time.h>
 
+#include <array>
 #include <cmath>
 
 #include "utils/ani_datetime_internal.h"
@@ -39,34 +40,44 @@ inline CodUint32 daysOfMonth(CodUint32 year, CodUint32 month) {
     return gMonthDayArray[(isLeapYear(year) ? 12 : 0) + month - 1];
 }
 
+struct MonthDay {
+    CodUint8 month, day;
+};
+
+// Of each day of a year that begins with March 1st. Five months from March, August or January have 153 days.
+constexpr auto kMonthDays = [] {
+    std::array<MonthDay, 366> days{};
+    for (CodUint32 i = 0; i < days.size(); i++) {
+        const CodUint32 month = (5 * i + 2) / 153;
+        days[i].month = static_cast<CodUint8>(month < 10 ? month + 3 : month - 9);
+        days[i].day = static_cast<CodUint8>(i - (153 * month + 2) / 5 + 1);
+    }
+    return days;
+}();
+constexpr CodUint32 kJanuaryFirst = 306;
+
 struct CalendarDay {
-    CodUint32 year, month, day, dayOfYear;
+    MonthDay monthDay;
+    CodUint32 year, dayOfYear;
 };
 
 // For Julian days up to 2^30 - 32045.
 inline CalendarDay calendarDay(CodUint32 julianDay) {
     if (COD_UNLIKELY(julianDay - kZeroDateJulianDay < kZeroMonthDays)) {
         const CodUint32 day = julianDay - kZeroDateJulianDay;
-        return {0, 0, day, day};
+        return {{0, static_cast<CodUint8>(day)}, 0, day};
     }
-    // From March 1st of the year -4800.
+    // Quarters of days from March 1st of the year -4800.
     const CodUint32 quarters = 4 * (julianDay + 32044) + 3;
     const CodUint32 century = quarters / kDaysPerCycle;
-    const CodUint32 quarterOfCentury = quarters % kDaysPerCycle | 3;
-    const CodUint64 yearProduct = CodUint64{2939745} * quarterOfCentury;
-    const CodUint32 yearOfCentury = static_cast<CodUint32>(yearProduct >> 32);
-    const CodUint32 dayOfYear = static_cast<CodUint32>(yearProduct) / 2939745 / 4;
-    const CodUint32 monthProduct = 2141 * dayOfYear + 197913;
-    const CodUint32 isLeap = ((yearOfCentury != 0 ? yearOfCentury : century) & 3) == 0;
+    const CodUint32 julianQuarters = quarters + 4 * (century - century / 4);
+    const CodUint32 year = julianQuarters / 1461;
+    const CodUint32 day = (julianQuarters - year * 1461) / 4;
+    const CodUint32 isLeap = ((year != 100 * century ? year : century) & 3) == 0;
     // January and February, whose dates come in no order, are told by a mask rather than a branch.
-    const CodUint32 isNextYear = dayOfYear >= 306;
+    const CodUint32 isNextYear = day >= kJanuaryFirst;
     const CodUint32 nextYearMask = 0 - isNextYear;
-    CalendarDay result;
-    result.year = 100 * century + yearOfCentury - 4800 + isNextYear;
-    result.month = (monthProduct >> 16) - (nextYearMask & 12);
-    result.day = (monthProduct & 0xFFFF) / 2141 + 1;
-    result.dayOfYear = dayOfYear + 60 + isLeap - (nextYearMask & (365 + isLeap));
-    return result;
+    return {kMonthDays[day], year - 4800 + isNextYear, day + 60 + isLeap - (nextYearMask & (365 + isLeap))};
 }
 
 // Any arguments; those out of range carry over.
@@ -74,16 +85,16 @@ inline CodUint32 julianDayOf(CodUint32 year, CodUint32 month, CodUint32 day) {
     const bool isOfYearBefore = month <= 2;
     const CodUint32 y = year + (isOfYearBefore ? 4799 : 4800);
     const CodUint32 m = month + (isOfYearBefore ? 13 : 1);
-    return m * 7834 / 256 + day + 365 * y + y / 4 - y / 100 + y / 400 - 32167;
+    const CodUint32 century = y / 100;
+    return m * 7834 / 256 + day + 365 * y + y / 4 - century + century / 4 - 32167;
 }
 
-// Microseconds from the epoch to the beginning of the day.
-inline CodInt64 dayStart(CodUint32 julianDay) {
-    return (CodInt64{julianDay} - COD_EPOCH_JULIAN_DAY) * COD_USECS_PER_DAY;
+inline CodUint32 secondOfDayOf(const CodDateStruct &ds) {
+    return (ds.hour * 60u + ds.minute) * 60 + ds.second;
 }
 
 inline CodInt64 timeOfDay(const CodDateStruct &ds) {
-    return ds.hour * COD_USECS_PER_HOUR + ds.minute * COD_USECS_PER_MINUTE + ds.second * COD_USECS_PER_SECOND + ds.fraction;
+    return secondOfDayOf(ds) * COD_USECS_PER_SECOND + ds.fraction;
 }
 
 bool isLastDayOfMonth(const CodDateStruct &ds) {
@@ -170,36 +181,34 @@ void codGetDateStruct(CodDate date, CodDateStruct *ds) {
     }
     const CodUint64 useconds = static_cast<CodUint64>(date) + kJulianOffset;
     const CodUint32 julianDay = static_cast<CodUint32>(useconds / COD_USECS_PER_DAY);
-    const CodUint64 usecondOfDay = useconds % COD_USECS_PER_DAY;
-    const CodUint64 secondOfDay = usecondOfDay / COD_USECS_PER_SECOND;
-    // The hour as a fixed-point number of 32 fractional bits, rounded up: sixty times its fraction are the minutes, and sixty times theirs
-    // the seconds. The error, 1904 parts of 2^32 a second, stays below one second over a day.
-    const CodUint64 hours = secondOfDay * 1193047;
-    const CodUint64 minutes = static_cast<CodUint32>(hours) * CodUint64{60};
-    const CodUint64 seconds = static_cast<CodUint32>(minutes) * CodUint64{60};
-    // The remainder by 7 in the same way (Lemire, Kaser, Kurz: Faster remainder by direct computation, 2019).
+    const CodUint64 usecondOfDay = useconds - julianDay * static_cast<CodUint64>(COD_USECS_PER_DAY);
+    const CodUint32 secondOfDay = static_cast<CodUint32>(usecondOfDay / COD_USECS_PER_SECOND);
+    const CodUint32 minuteOfDay = secondOfDay / 60;
+    const CodUint32 hour = minuteOfDay / 60;
+    ds->hour = static_cast<CodUint16>(hour);
+    ds->minute = static_cast<CodUint8>(minuteOfDay - hour * 60);
+    ds->second = static_cast<CodUint8>(secondOfDay - minuteOfDay * 60);
+    ds->fraction = static_cast<CodUint32>(usecondOfDay - secondOfDay * static_cast<CodUint64>(COD_USECS_PER_SECOND));
+    ds->secondOfDay = secondOfDay;
+    // The remainder by 7: the fraction of a week, in 32 bits, times 7 (Lemire, Kaser, Kurz: Faster remainder by direct computation, 2019).
     const CodUint32 weeks = (julianDay + 1) * 613566757;
-    const CalendarDay day = calendarDay(julianDay);
-    ds->dayOfYear = static_cast<CodUint16>(day.dayOfYear);
-    ds->year = static_cast<CodUint16>(day.year);
-    ds->month = static_cast<CodUint8>(day.month);
-    ds->day = static_cast<CodUint8>(day.day);
-    ds->hour = static_cast<CodUint16>(hours >> 32);
-    ds->minute = static_cast<CodUint8>(minutes >> 32);
-    ds->second = static_cast<CodUint8>(seconds >> 32);
     ds->dayOfWeek = static_cast<CodUint8>(weeks * CodUint64{7} >> 32);
     ds->weekName = 0;
     ds->timezoneHour = 0;
     ds->timezoneMinute = 0;
     ds->unused[0] = 0;
     ds->unused[1] = 0;
-    ds->fraction = static_cast<CodUint32>(usecondOfDay - secondOfDay * COD_USECS_PER_SECOND);
-    ds->secondOfDay = static_cast<CodUint32>(secondOfDay);
+    const CalendarDay day = calendarDay(julianDay);
+    ds->dayOfYear = static_cast<CodUint16>(day.dayOfYear);
+    ds->year = static_cast<CodUint16>(day.year);
+    ds->month = day.monthDay.month;
+    ds->day = day.monthDay.day;
 }
 
 void codGetDate(CodDate *date, const CodDateStruct *ds) {
     if (date != nullptr && ds != nullptr) {
-        *date = dayStart(julianDayOf(ds->year, ds->month, ds->day)) + timeOfDay(*ds);
+        const CodInt64 days = CodInt64{julianDayOf(ds->year, ds->month, ds->day)} - COD_EPOCH_JULIAN_DAY;
+        *date = (days * 86400 + secondOfDayOf(*ds)) * COD_USECS_PER_SECOND + ds->fraction;
     }
 }
 
@@ -207,10 +216,12 @@ void julianToDate(CodUint32 jDate, CodUint16 *year, CodUint8 *month, CodUint8 *d
     if (year == nullptr || month == nullptr || day == nullptr) {
         return;
     }
-    const CalendarDay found = calendarDay(jDate);
-    *year = static_cast<CodUint16>(found.year);
-    *month = static_cast<CodUint8>(found.month);
-    *day = static_cast<CodUint8>(found.day);
+    // Far days are brought near by whole cycles of 400 years.
+    const CodUint32 cycles = jDate < (1u << 29) ? 0 : jDate / kDaysPerCycle - 12;
+    const CalendarDay found = calendarDay(jDate - cycles * kDaysPerCycle);
+    *year = static_cast<CodUint16>(found.year + 400 * cycles);
+    *month = found.monthDay.month;
+    *day = found.monthDay.day;
 }
 
 CodUint32 dateToJulianDay(CodUint32 year, CodUint32 month, CodUint32 day) {

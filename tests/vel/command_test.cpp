@@ -63,11 +63,37 @@ const char kFullReport[] =
     "\n"
     "8 rows, 1 column, standard input\n";
 
+const char kLog[] =
+    "2026-11-21 09:05:07.123 4711 [ERROR][errno=00301]: file operation failed\nand more\n"
+    "2026-11-21 09:05:07.124 4711 [ERROR][errno=00301]: file operation failed\n2026-11-21 09:05:06.000 4712 [FATAL][errno=99999]: unknown";
+const char kLogReport[] =
+    "  first           2026-11-21 09:05:06.000\n"
+    "  last            2026-11-21 09:05:07.124\n"
+    "  ERROR                         2  2026-11-21 09:05:07.123  2026-11-21 09:05:07.124\n"
+    "  FATAL                         1  2026-11-21 09:05:06.000  2026-11-21 09:05:06.000\n"
+    "  other lines                   1\n"
+    "  VEL-00301                     2  2026-11-21 09:05:07.123  2026-11-21 09:05:07.124  ERR_CMM_FILE_OPER\n"
+    "  VEL-99999                     1  2026-11-21 09:05:06.000  2026-11-21 09:05:06.000  -\n\n4 lines, standard input\n";
+
+const char kNoLog[] =
+    "\n[INFO] x\n2026-02-29 09:05:07.123 1 [INFO] x\n 2026-11-21 09:05:07.123 1 [INFO] x\n2026-11-21 09:05:07.12 1 [INFO] x\n"
+    "2026-11-21T09:05:07.123 1 [INFO] x\n2026-11-21 09:05:07.123 [INFO] x\n2026-11-21 09:05:07.123 1 [NOTE] x\n"
+    "2026-11-21 09:05:07.123 1 [INFO]x\n2026-11-21 09:05:07.123 1 [INFO\n2026-11-21 09:05:07.123 1 [INFO][errno=]: x\n"
+    "2026-11-21 09:05:07.123 1 [INFO][errno=9999999999]: x";
+
 // More different values than a column holds, after one that is common early and before one that is common late.
 std::string crowd() {
     std::string input = "v\n";
     for (int i = 0; i < 70500; i++) {
         input += (i >= 70000 ? "late" : i % 70 == 0 ? "early" : std::to_string(i)) + "\n";
+    }
+    return input;
+}
+
+std::string manyCodes() {
+    std::string input;
+    for (int code = 1; code <= 4098; code++) {
+        input += "2026-11-21 09:05:07.123 1 [WARN][errno=" + std::to_string(code) + "]: x\n";
     }
     return input;
 }
@@ -84,6 +110,16 @@ TEST_F(Command, GoodInputIsAnsweredOnStandardOutput) {
         {"profile", "p\n12.50\n\"\"\n-0.5", {" NUMBER(3,1)\n  minimum                    -0.5\n", " 12.5\n  sum  ", "mean "}},
         {"profile", "v\n1e125\n1e-120", {" -  (246 digits needed, NUMBER has 38)\n", " -  (cannot be held exactly)\n  mean "}},
         {"profile", "v\n0.1\n" + std::string(38, '9'), {std::string(38, '9') + "  (rounded)\n"}},
+        {"profile",
+         "d\n2026-11-21\n\n2024-02-29\n",
+         {" DATE\n  earliest             2024-02-29\n  latest               2026-11-21\n  span                   996 days\n"}},
+        {"profile", "d\n2026-11-21\n2026-11-21t00:00:07.5", {" TIMESTAMP\n", " 2026-11-21T00:00:07.500000\n", " +00 00:00:07.500000\n"}},
+        {"profile", "d\n2026-11-21 09:05-01\n2026-11-21 09:05+08:00", {"  (with zone, shown in UTC)\n", "21T01:05:00\n", "21T10:05:00\n"}},
+        {"profile", "d\n2026-11-21\n2026-11-21 10:00Z", {" TIMESTAMP  (with and without zone)\n"}},
+        {"profile", "d\n2026-11-21\n2026-02-29\n2026-11-22\n", {"longest bytes                10  \"2026-11-21\"\n  most common"}},
+        {"log", kLog, {kLogReport}},
+        {"log in", kNoLog, {"  first                         -\n", "other lines                  12\n\n12 lines, in\n"}},
+        {"log -", manyCodes(), {"other lines                   0\n  VEL-00001", "  VEL-04096   ", "  other codes                   2\n"}},
         {"profile", crowd(), {"distinct                ~6", " 1,000  \"early\"\n", " ~500  \"late\"  (at most 501)\n", "70,500 rows,"}},
         {"profile", "a\n" + std::string(2000, 'y') + "\n", {"longest bytes             2,000  \"" + std::string(72, 'y') + "…\"\n"}},
         {"profile in --delimiter ';'", "a;b\n1; x\n", {"  most common                   1  \" x\"\n", "\n1 row, 2 columns, in\n"}},
@@ -156,6 +192,9 @@ TEST_F(Command, FailuresAreOneLineOnStandardErrorAndNoOutput) {
         {"profile .", "", 1, "VEL-00313 failed to open file ., errno 21, [^\n]*"},
         // Opens, and fails at the first byte.
         {"profile /proc/self/mem", "", 1, "VEL-00207 failed to parse /proc/self/mem, row 1: errno 5, [^\n]*; VEL-00328 read file failed"},
+        {"log /proc/self/mem", "", 1, "VEL-00207 failed to parse /proc/self/mem, row 1: errno 5, [^\n]*; VEL-00328 read file failed"},
+        {"profile --log missing", good, 1, "VEL-00319 failed to open directory missing, errno 2, [^\n]*"},
+        {"profile --log in", good, 1, "VEL-00319 failed to open directory in, errno 20, [^\n]*"},
         {"error 4294967508", "", 1, invalid + "there is no error \"4294967508\""},
         {"error VEL-ERR_CMM_OUT_OF_INDEX", "", 1, invalid + "there is no error \"VEL-ERR_CMM_OUT_OF_INDEX\""},
         {"error 212x", "", 1, invalid + "there is no error \"212x\""},
@@ -167,6 +206,7 @@ TEST_F(Command, FailuresAreOneLineOnStandardErrorAndNoOutput) {
         {"", "", 2, "vel: [^\n]+"},
         {"error", "", 2, "vel: [^\n]+"},
         {"profile 'a\nb' 'c\nd'", "", 2, "vel: [^\n]+"},
+        {"profile --log ''", "", 2, "vel: [^\n]+"},
         {"profile -d ''", "", 2, "vel: [^\n]+"},
         {"profile -d '\"'", "", 2, "vel: [^\n]+"},
         {"profile -d '\n'", "", 2, "vel: [^\n]+"},
@@ -178,6 +218,23 @@ TEST_F(Command, FailuresAreOneLineOnStandardErrorAndNoOutput) {
         EXPECT_EQ(outcome.out, "") << row.arguments;
         EXPECT_THAT(outcome.err, testing::MatchesRegex(row.error + "\n")) << row.arguments;
     }
+}
+
+TEST_F(Command, KeepsALogOfItsOwnWork) {
+    for (const char *arguments : {"profile --log .", "profile 'no\nfile' --log ./", "error 12 --log . >&9", "error 12 --log . >&- <&-"}) {
+        run(arguments, "a\n1\n2\n");
+    }
+    const std::string info = "[-0-9]+ [.:0-9]+ [0-9]+ \\[INFO\\] ", error = "[-0-9]+ [.:0-9]+ [0-9]+ \\[ERROR\\]\\[errno=";
+    const std::string lost = info + "start: vel error 12 --log .\n" + error + "00301\\]: file operation [^\n]*\n";
+    EXPECT_THAT(read("run.log"), testing::MatchesRegex(info + "start: vel profile --log .\n" + info + "end: 2 rows, [0-9]+ ms\n" + info +
+                                                       "start: vel profile no\\\\nfile --log ./\n" + error +
+                                                       "00313\\]: failed to open file no\\\\nfile, errno 2, [^\n]*\n" + lost + lost));
+    EXPECT_THAT(run("log run.log", "").out, testing::HasSubstr("  other lines                   0\n  VEL-00301                     2  "));
+    std::filesystem::remove(folder + "/run.log");
+    std::filesystem::create_directory(folder + "/run.log");
+    const Outcome unusable = run("error 12 --log .", "");
+    EXPECT_EQ(unusable.err, "VEL-00310 path . is invalid, reason: no run log can be opened in it\n");
+    EXPECT_EQ(unusable.out.find("ERR_CMM"), std::string::npos);
 }
 
 }  // namespace

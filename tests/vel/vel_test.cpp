@@ -13,6 +13,7 @@
 #include <vel_infra/algorithm/ani_hashfunc.h>
 #include <vel_infra/error/ani_error_base.h>
 
+#include "log_profile.h"
 #include "table_profile.h"
 #include "work_memory.h"
 
@@ -157,7 +158,14 @@ TEST_F(VelTest, AFailedAllocationIsReportedAndNothingLeaks) {
             const std::string line = std::to_string(row) + "," + std::string(1000, 'y') + std::to_string(row) + "\n";
             COD_TRY(reader.feed(line.data(), line.size()));
         }
-        return reader.finish();
+        COD_TRY(reader.finish());
+        LogProfile log;
+        COD_TRY(log.init(scarce.pool()));
+        for (int code = 1001; code < 1300; code++) {
+            const std::string line = "2026-11-21 09:05:07.123 1 [WARN][errno=" + std::to_string(code) + "]: x\n";
+            COD_TRY(log.feed(line.data(), line.size()));
+        }
+        return log.finish();
     };
     CodResult result = COD_ERROR;
     for (int n = 0; result != COD_SUCCESS; n++) {
@@ -250,6 +258,49 @@ TEST(NumericProfileTest, AgreesWithIntegers) {
         const size_t precision = digitsOf(std::max(-*values.begin(), *values.rbegin())).size();
         EXPECT_EQ(figuresOf(texts), std::to_string(precision) + "," + std::to_string(scale) + " " + textOf(*values.begin(), scale) + " " +
                                         textOf(*values.rbegin(), scale) + " " + textOf(sum, scale) + " " + textOf(mean, scale + 6));
+    }
+}
+
+// ---- Run logs ----
+
+std::string textOf(const LogLines &lines) {
+    return std::to_string(lines.count) + " " + lines.earliest + " " + lines.latest;
+}
+
+TEST_F(VelTest, LinesOfARunLogAreCountedInWhateverPiecesTheyCome) {
+    Random random(7);
+    for (const size_t count : {100, 300, 10000}) {
+        std::string input;
+        std::map<std::string, std::multiset<std::string>> times;  // by level, by code, and all under ""
+        for (size_t i = 0; i < count; i++) {
+            const std::string level = codGetLogLevelDesc(static_cast<CodLogLevel>(1 + random() % 8));
+            const std::string code = random() % 2 == 0 ? "" : "-" + std::to_string(1 + random() % (1 + random() % count / 4));
+            const std::string time = "20" + std::to_string(10 + random() % 90) + "-11-21 09:05:07." + std::to_string(100 + random() % 900);
+            input += time + " " + std::to_string(random() / 2) + " [" + level + (code.empty() ? "] " : "][errno=" + code + "]: ") +
+                     std::string(random() % 300, 'x') + (i + 1 == count ? "" : "\n");
+            for (const std::string &label : std::set<std::string>{"", level, code}) {
+                times[label].insert(time);
+            }
+        }
+        for (const size_t piece : {1, 100, 1000000}) {
+            LogProfile log;
+            ASSERT_EQ(log.init(memory.pool()), COD_SUCCESS);
+            for (size_t i = 0; i < input.size(); i += piece) {
+                ASSERT_EQ(log.feed(&input[i], std::min(piece, input.size() - i)), COD_SUCCESS);
+            }
+            ASSERT_EQ(log.finish(), COD_SUCCESS);
+            std::map<std::string, std::string> found = {{"", textOf(log.all())}}, expected;
+            for (int level = COD_LOG_LEVEL_TRACE; level < LogProfile::kLevelEnd; level++) {
+                found[codGetLogLevelDesc(static_cast<CodLogLevel>(level))] = textOf(log.level(level));
+            }
+            for (CodUint32 i = 0; i < log.codeCount(); i++) {
+                found[std::to_string(log.code(i).code)] = textOf(log.code(i).lines);
+            }
+            for (const auto &[label, sorted] : times) {
+                expected[label] = std::to_string(sorted.size()) + " " + *sorted.begin() + " " + *sorted.rbegin();
+            }
+            EXPECT_EQ(found, expected);
+        }
     }
 }
 

@@ -9,6 +9,7 @@
 #include <vel_infra/error/ani_error_def.h>
 
 #include "commands.h"
+#include "error_tables.h"
 #include "printable.h"
 
 namespace vel {
@@ -58,12 +59,12 @@ CodResult printDefinition(const char *code) {
 
 }  // namespace
 
-CodResult runError(const ErrorCommand &command) {
-    COD_TRY(codRegErrModCMM());
-    COD_TRY(codRegErrModANS());
-    const CodResult result = printDefinition(command.code);
-    codUnRegErrorDef();
-    return result;
+CodResult runError(const ErrorCommand &command, WorkDone *done) {
+    ErrorTables tables;
+    COD_TRY(tables.init());
+    COD_TRY(printDefinition(command.code));
+    *done = {1, "code"};
+    return COD_SUCCESS;
 }
 
 }  // namespace vel

@@ -1,16 +1,8 @@
-#include <errno.h>
-#include <fcntl.h>
-#include <sys/stat.h>
-#include <unistd.h>
-
-#include <cstring>
-
 #include <vel_infra/error/ani_error_base.h>
 
 #include "commands.h"
 #include "csv_reader.h"
-#include "printable.h"
-#include "progress.h"
+#include "input_file.h"
 #include "report.h"
 #include "table_profile.h"
 #include "work_memory.h"
@@ -19,58 +11,16 @@ namespace vel {
 
 namespace {
 
-class InputFile {
-public:
-    explicit InputFile(const char *path) : path_(path), isStandard_(strcmp(path, "-") == 0), name_(isStandard_ ? "standard input" : path) {}
-    ~InputFile() {
-        if (fd_ > STDIN_FILENO) {
-            close(fd_);
-        }
-    }
-    InputFile(const InputFile &) = delete;
-    InputFile &operator=(const InputFile &) = delete;
-
-    CodResult openForReading() {
-        fd_ = isStandard_ ? STDIN_FILENO : open(path_, O_RDONLY | O_CLOEXEC);
-        struct stat status = {};
-        if (fd_ < 0 || fstat(fd_, &status) != 0) {
-            return raise(errno);
-        }
-        if (S_ISDIR(status.st_mode)) {
-            return raise(EISDIR);
-        }
-        posix_fadvise(fd_, 0, 0, POSIX_FADV_SEQUENTIAL);
-        return COD_SUCCESS;
-    }
-    int fd() const {
-        return fd_;
-    }
-    const char *name() const {
-        return name_.str();
-    }
-
-private:
-    CodResult raise(int systemError) const {
-        return codRaise(ERR_CMM_OPEN_FILE, name(), codSysErrDesc(static_cast<CodUint32>(systemError)));
-    }
-
-    const char *path_;
-    bool isStandard_;
-    PrintableName name_;
-    int fd_ = -1;
-};
-
 CodResult readTable(const InputFile &input, char delimiter, TableProfile *table) {
     CsvReader reader(input.name(), table);
-    Progress progress;
     COD_TRY(reader.init(delimiter));
-    COD_TRY(reader.readAll(input.fd(), &progress));
+    COD_TRY(input.readAll(&reader, "row"));
     return table->finish();
 }
 
 }  // namespace
 
-CodResult runProfile(const ProfileCommand &command) {
+CodResult runProfile(const ProfileCommand &command, WorkDone *done) {
     InputFile input(command.file);
     COD_TRY(input.openForReading());
     WorkMemory memory;
@@ -83,6 +33,7 @@ CodResult runProfile(const ProfileCommand &command) {
     COD_TRY(table.init(memory.pool()));
     COD_TRY(readTable(input, command.delimiter, &table));
     writeReport(stdout, table, input.name());
+    *done = {table.rows(), "row"};
     return COD_SUCCESS;
 }
 

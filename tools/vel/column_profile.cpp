@@ -34,6 +34,7 @@ CodResult ColumnProfile::add(const CodText &field) {
     bool isNew = false;
     COD_TRY(values_.add(field, &isNew));
     numbers_.add(field, isNew);
+    dates_.add(field, isNew);
     return isNew ? addToEstimate(field) : COD_SUCCESS;
 }
 

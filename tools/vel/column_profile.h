@@ -1,6 +1,7 @@
 #ifndef VEL_COLUMN_PROFILE_H
 #define VEL_COLUMN_PROFILE_H
 
+#include "date_profile.h"
 #include "numeric_profile.h"
 #include "value_store.h"
 
@@ -50,6 +51,9 @@ public:
     const NumericProfile &numbers() const {
         return numbers_;
     }
+    const DateProfile &dates() const {
+        return dates_;
+    }
     // Exact while the store is; then an estimate within about one percent.
     CodUint64 distinct() const;
 
@@ -66,6 +70,7 @@ private:
     ExtremeValue longest_;
     ValueStore values_;
     NumericProfile numbers_;
+    DateProfile dates_;
     CodUint8 *registers_ = nullptr;
 };
 

@@ -5,12 +5,23 @@
 
 namespace vel {
 
-// Each command writes to standard output and returns COD_ERROR with the reason raised.
+// What a command has been through, for its run log.
+struct WorkDone {
+    CodUint64 count = 0;
+    const char *unit = "row";
+};
+
+// Each command writes to standard output, and fills *done or returns COD_ERROR with the reason raised.
 
 struct ErrorCommand {
     const char *code;  // a number, "VEL-00103" or a name
 };
-CodResult runError(const ErrorCommand &command);
+CodResult runError(const ErrorCommand &command, WorkDone *done);
+
+struct LogCommand {
+    const char *file;  // "-": standard input
+};
+CodResult runLog(const LogCommand &command, WorkDone *done);
 
 struct ProfileCommand {
     const char *file;  // "-": standard input
@@ -18,10 +29,10 @@ struct ProfileCommand {
     bool hasHeader;
     const char *columns;  // null: all
 };
-CodResult runProfile(const ProfileCommand &command);
+CodResult runProfile(const ProfileCommand &command, WorkDone *done);
 
-// Flushes and closes standard output. Errors: ERR_CMM_FILE_OPER when anything written to it was lost.
-CodResult closeOutput();
+// Flushes standard output, which is standard error from then on. Errors: ERR_CMM_FILE_OPER when anything written to it was lost.
+CodResult finishOutput();
 
 }  // namespace vel
 

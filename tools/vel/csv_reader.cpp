@@ -1,8 +1,5 @@
 #include "csv_reader.h"
 
-#include <errno.h>
-#include <unistd.h>
-
 #include <cstdio>
 #include <cstring>
 
@@ -14,7 +11,6 @@ namespace vel {
 namespace {
 
 constexpr char kMark[] = {'\xEF', '\xBB', '\xBF'};
-constexpr CodUint64 kPieceSize = 262144;
 constexpr char kTooLong[] = "is longer than 1,048,576 bytes";
 
 // The parser's own notion of blanks would take them off both ends of unquoted fields. A function that knows none costs a call per
@@ -30,30 +26,6 @@ constexpr CodUint64 kFieldBufferSize = CsvReader::kFieldLimit + 2;
 
 void *refuseLargerBuffer(void *, size_t) {
     return nullptr;
-}
-
-class PieceBuffer {
-public:
-    ~PieceBuffer() {
-        codSysFree(memory_);
-    }
-    CodResult init() {
-        return codSysAlloc(kPieceSize, &memory_);
-    }
-    char *bytes() const {
-        return static_cast<char *>(memory_);
-    }
-
-private:
-    void *memory_ = nullptr;
-};
-
-ssize_t readPiece(int fd, char *buffer) {
-    ssize_t size;
-    do {
-        size = read(fd, buffer, kPieceSize);
-    } while (size < 0 && errno == EINTR);
-    return size;
 }
 
 }  // namespace
@@ -166,32 +138,6 @@ CodResult CsvReader::raiseInField(const char *what) const {
     char reason[128];
     snprintf(reason, sizeof(reason), "field %lu %s", fieldsOfRow_ + 1, what);
     return codRaise(ERR_CMM_PARSER_ERROR, name_, rows_ + 1, reason);
-}
-
-// Two errors, so that the message tells where it happened as well as what.
-CodResult CsvReader::raiseReadError(CodUint32 systemError) const {
-    (void)codRaise(ERR_CMM_READ_FILE);
-    return codRaise(ERR_CMM_PARSER_ERROR, name_, rows_ + 1, codSysErrDesc(systemError));
-}
-
-CodResult CsvReader::readAll(int fd, ReadObserver *observer) {
-    PieceBuffer buffer;
-    COD_TRY(buffer.init());
-    CodUint64 bytes = 0;
-    for (;;) {
-        const ssize_t size = readPiece(fd, buffer.bytes());
-        if (size < 0) {
-            return raiseReadError(static_cast<CodUint32>(errno));
-        }
-        if (size == 0) {
-            return finish();
-        }
-        COD_TRY(feed(buffer.bytes(), static_cast<CodUint64>(size)));
-        bytes += static_cast<CodUint64>(size);
-        if (observer != nullptr) {
-            observer->onRead(bytes, rows_);
-        }
-    }
 }
 
 }  // namespace vel

@@ -3,7 +3,7 @@
 
 #include <csv.h>
 
-#include <vel_infra/base/cod_types.h>
+#include "input_file.h"
 
 namespace vel {
 
@@ -17,15 +17,6 @@ protected:
     ~CsvSink() = default;
 };
 
-// Is told after every piece that was read from a file.
-class ReadObserver {
-public:
-    virtual void onRead(CodUint64 bytes, CodUint64 rows) = 0;  // both since the beginning
-
-protected:
-    ~ReadObserver() = default;
-};
-
 // Splits CSV (RFC 4180 with any one-byte delimiter) into fields and rows.
 //
 // Fields keep their blanks. Empty lines between rows are no rows. A row ends with LF, CR LF or CR. A byte order mark of UTF-8 at the
@@ -34,7 +25,7 @@ protected:
 // All failures but the system's are ERR_CMM_PARSER_ERROR with the name of the input and the row, counted from 1, header included:
 // a quote inside an unquoted field or text behind a closing one, a quote that is never closed, a zero byte, a field longer than
 // kFieldLimit.
-class CsvReader {
+class CsvReader final : public PieceSink {
 public:
     static constexpr CodUint32 kFieldLimit = 1024 * 1024;
 
@@ -46,12 +37,12 @@ public:
 
     // Errors: those of codSysAlloc.
     CodResult init(char delimiter);
-    CodResult feed(const char *bytes, CodUint64 size);
-    // Delivers what is left. Nothing may be fed afterwards.
-    CodResult finish();
-
-    // Feeds a file to its end and finishes. observer may be null. Also: ERR_CMM_READ_FILE.
-    CodResult readAll(int fd, ReadObserver *observer);
+    CodResult feed(const char *bytes, CodUint64 size) override;
+    // Delivers what is left.
+    CodResult finish() override;
+    CodUint64 rows() const override {
+        return rows_;
+    }
 
 private:
     static void fieldCallback(void *bytes, size_t size, void *reader);
@@ -62,7 +53,6 @@ private:
     CodResult parse(const char *bytes, CodUint64 size);
     CodResult raiseParserError();
     CodResult raiseInField(const char *what) const;
-    CodResult raiseReadError(CodUint32 systemError) const;
 
     const char *name_;
     CsvSink *sink_;

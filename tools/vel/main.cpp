@@ -1,4 +1,6 @@
+#include <fcntl.h>
 #include <signal.h>
+#include <unistd.h>
 
 #include <CLI/CLI.hpp>
 #include <cstdio>
@@ -9,6 +11,7 @@
 
 #include "commands.h"
 #include "printable.h"
+#include "run_log.h"
 
 namespace {
 
@@ -28,11 +31,27 @@ constexpr char kProfileDetails[] =
     "A column whose values all are decimal numbers, with at most 38 digits, has five lines more: the smallest NUMBER(precision, scale)\n"
     "that holds them, minimum, maximum, exact sum and mean.\n"
     "\n"
+    "A column whose values all are dates of ISO 8601, such as 2026-11-21, 2026-11-21T09:05:07.5 or 2026-11-21 09:05+08:00, has four lines\n"
+    "more: DATE, or TIMESTAMP when any of them has a time of day, the earliest and the latest one, and the span between them in days, or\n"
+    "as +DAYS HOURS:MINUTES:SECONDS. A value with a zone counts as UTC.\n"
+    "\n"
     "Memory does not grow with the number of rows. A column's counts are exact up to 65,536 distinct values or 8 MiB of them, about 60\n"
-    "bytes added to each, less with more than 64 columns. Beyond that rare values are forgotten. The number of distinct values is then an "
-    "estimate, marked \"~\", with a\n"
-    "standard error of 0.8 percent. A count marked \"~\" is how often the value was met for certain, and the most that it can have been\n"
-    "stands behind it; a count without mark is exact. With up to 64 columns, no value in more than a thousandth of the rows is forgotten.\n"
+    "bytes added to each, less with more than 64 columns. Beyond that rare values are forgotten. The number of distinct values is then\n"
+    "an estimate, marked \"~\", with a standard error of 0.8 percent. A count marked \"~\" is how often the value was met for certain,\n"
+    "and the most that it can have been stands behind it; a count without mark is exact. With up to 64 columns, no value in more than a\n"
+    "thousandth of the rows is forgotten.\n"
+    "\n"
+    "Exit status: 0 success, 1 failure, 2 wrong usage.\n";
+
+constexpr char kLogHelp[] = "Levels, error codes and times of a run log.";
+
+constexpr char kLogDetails[] =
+    "The first and the last time, the lines of every level and of every error code with their first and last times, and the lines that\n"
+    "do not begin as those of a run log do, such as the further lines of a message with line feeds in it. The most frequent code comes\n"
+    "first, equally frequent ones by number, each with its name or - when it has none. First and last are the earliest and the latest\n"
+    "time, whatever the order of the lines. The last line tells how many lines there are: a report without it is not whole.\n"
+    "\n"
+    "Memory does not grow with the size of the file. Beyond 4096 different codes the lines of further ones are counted together.\n"
     "\n"
     "Exit status: 0 success, 1 failure, 2 wrong usage.\n";
 
@@ -41,11 +60,13 @@ constexpr char kErrorHelp[] = "The name, message template and SQL state of an er
 struct CommandLine {
     CLI::App app{"Tools of the infrastructure library: look at data and errors the way the database server does.", "vel"};
     CLI::App *error = nullptr;
+    CLI::App *log = nullptr;
     CLI::App *profile = nullptr;
     std::string code;
     std::string file = "-";
     std::string delimiter = ",";
     std::string columns;
+    std::string logFolder;
     bool hasNoHeader = false;
     CLI::Option *columnsOption = nullptr;
 };
@@ -61,13 +82,32 @@ std::string checkDelimiter(std::string &text) {
     return {};
 }
 
+std::string checkFolder(std::string &text) {
+    return text.empty() ? "the folder has no name" : "";
+}
+
+CLI::App *declareCommand(CommandLine *line, const char *name, const char *help) {
+    CLI::App *command = line->app.add_subcommand(name, help);
+    command->add_option("--log", line->logFolder, "Keep a log of the command's own work in run.log in this folder")
+        ->type_name("DIR")
+        ->transform(CLI::Validator(checkFolder, "", "folder"));
+    return command;
+}
+
+void declareFile(CommandLine *line, CLI::App *command) {
+    command->add_option("FILE", line->file, "The file to read; standard input when absent or -")->type_name("");
+}
+
 void declare(CommandLine *line) {
     line->app.require_subcommand(1);
-    line->error = line->app.add_subcommand("error", kErrorHelp);
+    line->error = declareCommand(line, "error", kErrorHelp);
     line->error->add_option("CODE", line->code, "A number, a code such as VEL-00103, or a name")->required()->type_name("");
-    line->profile = line->app.add_subcommand("profile", kProfileHelp);
+    line->log = declareCommand(line, "log", kLogHelp);
+    line->log->footer(kLogDetails);
+    declareFile(line, line->log);
+    line->profile = declareCommand(line, "profile", kProfileHelp);
     line->profile->footer(kProfileDetails);
-    line->profile->add_option("FILE", line->file, "The file to read; standard input when absent or -")->type_name("");
+    declareFile(line, line->profile);
     line->profile->add_option("-d,--delimiter", line->delimiter, "One byte between fields, \\t or tab for a tabulator; a comma when absent")
         ->type_name("C")
         ->transform(CLI::Validator(checkDelimiter, "", "delimiter"));
@@ -78,12 +118,23 @@ void declare(CommandLine *line) {
                               ->type_name("LIST");
 }
 
-CodResult runCommand(const CommandLine &line) {
+CodResult runCommand(const CommandLine &line, vel::WorkDone *done) {
     if (*line.error) {
-        return vel::runError({line.code.c_str()});
+        return vel::runError({line.code.c_str()}, done);
+    }
+    if (*line.log) {
+        return vel::runLog({line.file.c_str()}, done);
     }
     const char *columns = line.columnsOption->count() > 0 ? line.columns.c_str() : nullptr;
-    return vel::runProfile({line.file.c_str(), line.delimiter[0], !line.hasNoHeader, columns});
+    return vel::runProfile({line.file.c_str(), line.delimiter[0], !line.hasNoHeader, columns}, done);
+}
+
+std::string join(int argc, char **argv) {
+    std::string text = "vel";
+    for (int i = 1; i < argc; i++) {
+        text.append(" ").append(argv[i]);
+    }
+    return text;
 }
 
 int reportFailure() {
@@ -102,7 +153,7 @@ int endParsing(const CommandLine &line, const CLI::ParseError &error) {
         return reportUsage(error.what());
     }
     fputs(line.app.help().c_str(), stdout);
-    return vel::closeOutput() == COD_SUCCESS ? kExitSuccess : reportFailure();
+    return vel::finishOutput() == COD_SUCCESS ? kExitSuccess : reportFailure();
 }
 
 int run(int argc, char **argv) {
@@ -113,15 +164,33 @@ int run(int argc, char **argv) {
     } catch (const CLI::ParseError &error) {
         return endParsing(line, error);
     }
-    if (runCommand(line) != COD_SUCCESS || vel::closeOutput() != COD_SUCCESS) {
+    vel::RunLog log;
+    if (!line.logFolder.empty() && log.open(line.logFolder.c_str(), join(argc, argv).c_str()) != COD_SUCCESS) {
         return reportFailure();
     }
+    vel::WorkDone done;
+    if (runCommand(line, &done) != COD_SUCCESS || vel::finishOutput() != COD_SUCCESS) {
+        log.noteFailure();
+        return reportFailure();
+    }
+    log.noteEnd(done);
     return kExitSuccess;
+}
+
+// A descriptor that is closed from the start would be taken by the first file that is opened, which would then be written to as standard
+// output. Opened the wrong way round, it fails as before.
+void occupyStandardDescriptors() {
+    for (int fd = STDIN_FILENO; fd <= STDERR_FILENO; fd++) {
+        if (fcntl(fd, F_GETFD) < 0) {
+            (void)open("/dev/null", fd == STDIN_FILENO ? O_WRONLY : O_RDONLY);
+        }
+    }
 }
 
 }  // namespace
 
 int main(int argc, char **argv) {
+    occupyStandardDescriptors();
     signal(SIGPIPE, SIG_IGN);  // a reader that left is reported as a failed write
     try {
         return run(argc, argv);

@@ -1,6 +1,7 @@
 #include "printable.h"
 
 #include <charconv>
+#include <cstdio>
 #include <cstring>
 
 namespace vel {
@@ -144,6 +145,12 @@ const char *formatCount(CodUint64 count, char *buffer) {
         *end++ = digits[i];
     }
     *end = '\0';
+    return buffer;
+}
+
+const char *formatUnits(CodUint64 count, const char *unit, char *buffer) {
+    char number[kCountSize];
+    snprintf(buffer, kUnitsSize, "%s %s%s", formatCount(count, number), unit, count == 1 ? "" : "s");
     return buffer;
 }
 

@@ -34,6 +34,10 @@ constexpr CodUint32 kCountSize = 32;
 // "1,234,567", terminated, in a buffer of kCountSize bytes. Returns buffer.
 const char *formatCount(CodUint64 count, char *buffer);
 
+constexpr CodUint32 kUnitsSize = kCountSize + 16;
+// "1,234 rows" or "1 row", terminated, for a unit of at most ten bytes, in a buffer of kUnitsSize bytes. Returns buffer.
+const char *formatUnits(CodUint64 count, const char *unit, char *buffer);
+
 }  // namespace vel
 
 #endif

@@ -16,7 +16,7 @@ constexpr CodInstant kInterval = 300'000'000;  // nanoseconds
 
 }  // namespace
 
-Progress::Progress() : isTerminal_(isatty(STDERR_FILENO) == 1), nextTime_(codInstantNow() + kInterval) {}
+Progress::Progress(const char *unit) : unit_(unit), isTerminal_(isatty(STDERR_FILENO) == 1), nextTime_(codInstantNow() + kInterval) {}
 
 Progress::~Progress() {
     if (isShown_) {
@@ -25,7 +25,7 @@ Progress::~Progress() {
     }
 }
 
-void Progress::onRead(CodUint64 bytes, CodUint64 rows) {
+void Progress::show(CodUint64 bytes, CodUint64 count) {
     if (!isTerminal_) {
         return;
     }
@@ -35,9 +35,9 @@ void Progress::onRead(CodUint64 bytes, CodUint64 rows) {
     }
     nextTime_ = now + kInterval;
     isShown_ = true;
-    char rowText[kCountSize];
+    char unitText[kUnitsSize];
     char byteText[kCountSize];
-    fprintf(stderr, "\r\033[K%s rows, %s MB", formatCount(rows, rowText), formatCount(bytes / 1'000'000, byteText));
+    fprintf(stderr, "\r\033[K%s, %s MB", formatUnits(count, unit_, unitText), formatCount(bytes / 1'000'000, byteText));
     fflush(stderr);
 }
 

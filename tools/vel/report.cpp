@@ -1,5 +1,9 @@
 #include "report.h"
 
+#include <vel_infra/error/ani_error_def.h>
+#include <vel_infra/utils/ani_date_iso.h>
+#include <vel_infra/utils/ani_interval.h>
+
 #include "printable.h"
 
 namespace vel {
@@ -23,6 +27,11 @@ void writeFigure(FILE *out, const char *label, bool isApproximate, CodUint64 fig
     char marked[kCountSize + 1];
     snprintf(marked, sizeof(marked), "%s%s", isApproximate ? "~" : "", formatCount(figure, number));
     fprintf(out, "  %-15s %15s", label, marked);
+}
+
+void writeCount(FILE *out, const char *label, CodUint64 count) {
+    writeFigure(out, label, false, count);
+    fputc('\n', out);
 }
 
 // A figure that is no count, with what is to be said of it.
@@ -85,19 +94,48 @@ void writeNumbers(FILE *out, const NumericProfile &numbers) {
     }
 }
 
+void writeDate(FILE *out, const char *label, CodDate date) {
+    char text[COD_DATE_ISO_SIZE];
+    CodText written = {text, 0, 0};
+    (void)codDateToIso(date, &written, sizeof(text));
+    writeLine(out, label, text);
+}
+
+void writeSpan(FILE *out, const DateProfile &dates) {
+    CodDSInterval span = 0;
+    (void)codIntervalBetweenDate(dates.latest(), dates.earliest(), &span);
+    if (dates.hasTimes()) {
+        char text[COD_DS_INTERVAL_TEXT_SIZE];
+        CodText written = {text, 0, 0};
+        (void)codDSInterval2Text(span, &written, sizeof(text));
+        writeLine(out, "span", text);
+    } else {
+        char text[kUnitsSize];
+        writeLine(out, "span", formatUnits(static_cast<CodUint64>(span / COD_USECS_PER_DAY), "day", text));
+    }
+}
+
+void writeDates(FILE *out, const DateProfile &dates) {
+    const char *zones = dates.mixesZones() ? "  (with and without zone)" : dates.hasZones() ? "  (with zone, shown in UTC)" : "";
+    writeLine(out, "type", dates.hasTimes() ? "TIMESTAMP" : "DATE", zones);
+    writeDate(out, "earliest", dates.earliest());
+    writeDate(out, "latest", dates.latest());
+    writeSpan(out, dates);
+}
+
 void writeColumn(FILE *out, const TableColumn &column) {
     const ColumnProfile &profile = column.profile;
     fprintf(out, "column %u \"%s\"\n", column.number, PrintedValue(column.name.str, column.name.len, column.name.len).text);
-    writeFigure(out, "rows", false, profile.rows());
-    fputc('\n', out);
-    writeFigure(out, "empty", false, profile.empties());
-    fputc('\n', out);
+    writeCount(out, "rows", profile.rows());
+    writeCount(out, "empty", profile.empties());
     writeFigure(out, "distinct", !profile.values().isExact(), profile.distinct());
     fputc('\n', out);
     writeExtreme(out, "shortest bytes", profile, profile.shortest());
     writeExtreme(out, "longest bytes", profile, profile.longest());
     if (profile.numbers().isNumeric()) {
         writeNumbers(out, profile.numbers());
+    } else if (profile.dates().isDates()) {
+        writeDates(out, profile.dates());
     }
     const StoredValue *common[kMostCommon];
     const CodUint32 count = profile.values().mostCommon(common, kMostCommon);
@@ -107,16 +145,46 @@ void writeColumn(FILE *out, const TableColumn &column) {
     fputc('\n', out);
 }
 
+void writeLines(FILE *out, const char *label, const LogLines &lines, const char *note) {
+    writeFigure(out, label, false, lines.count);
+    fprintf(out, "  %s  %s%s%s\n", lines.earliest, lines.latest, note[0] == '\0' ? "" : "  ", note);
+}
+
+void writeCode(FILE *out, const LogCode &code) {
+    char label[32];
+    snprintf(label, sizeof(label), "VEL-%05d", code.code);
+    const CodErrDef *def = codFindErrorDef(static_cast<CodError>(code.code));
+    writeLines(out, label, code.lines, def == nullptr ? "-" : def->name);
+}
+
 }  // namespace
 
 void writeReport(FILE *out, const TableProfile &table, const char *name) {
     for (CodUint32 i = 0; i < table.selectedCount(); i++) {
         writeColumn(out, table.selected(i));
     }
-    char rows[kCountSize];
-    char columns[kCountSize];
-    fprintf(out, "%s row%s, %s column%s, %s\n", formatCount(table.rows(), rows), table.rows() == 1 ? "" : "s",
-            formatCount(table.selectedCount(), columns), table.selectedCount() == 1 ? "" : "s", name);
+    char rows[kUnitsSize];
+    char columns[kUnitsSize];
+    fprintf(out, "%s, %s, %s\n", formatUnits(table.rows(), "row", rows), formatUnits(table.selectedCount(), "column", columns), name);
+}
+
+void writeLogReport(FILE *out, const LogProfile &log, const char *name) {
+    writeLine(out, "first", log.all().earliest);
+    writeLine(out, "last", log.all().latest);
+    for (int level = COD_LOG_LEVEL_TRACE; level < LogProfile::kLevelEnd; level++) {
+        if (log.level(level).count > 0) {
+            writeLines(out, codGetLogLevelDesc(static_cast<CodLogLevel>(level)), log.level(level), "");
+        }
+    }
+    writeCount(out, "other lines", log.otherLines());
+    for (CodUint32 i = 0; i < log.codeCount(); i++) {
+        writeCode(out, log.code(i));
+    }
+    if (log.linesOfOtherCodes() > 0) {
+        writeCount(out, "other codes", log.linesOfOtherCodes());
+    }
+    char lines[kUnitsSize];
+    fprintf(out, "\n%s, %s\n", formatUnits(log.rows(), "line", lines), name);
 }
 
 }  // namespace vel

@@ -3,13 +3,16 @@
 
 #include <stdio.h>
 
+#include "log_profile.h"
 #include "table_profile.h"
 
 namespace vel {
 
-// Writes the profile, one labelled line per figure, and as the last line the totals: a report without it is not whole.
+// Each writes one labelled line per figure, and as the last line the totals: a report without it is not whole.
 // Faults of the stream are left for the caller to find.
 void writeReport(FILE *out, const TableProfile &table, const char *name);
+// Names of codes come from the registry of error definitions.
+void writeLogReport(FILE *out, const LogProfile &log, const char *name);
 
 }  // namespace vel
 
