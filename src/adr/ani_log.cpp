@@ -34,7 +34,8 @@ constexpr CodInt64 kBlockTime = 100000;  // microseconds
 constexpr CodUint32 kNoteSize = 128;     // of the line that tells of dropped ones
 
 struct StLogFile {
-    CodInt32 handle;  // -1: closed
+    CodInt32 handle;    // -1: closed
+    CodBool isRegular;  // else a device or a pipe, which has no size and no name to lose
     CodThreadLock lock;
     char curNameFmt[kPathSize];
     char rotateNameFmt[kPathSize];
@@ -42,7 +43,15 @@ struct StLogFile {
     char logPath[kPathSize];
 };
 
-constinit StLogFile logFile = {-1, {PTHREAD_MUTEX_INITIALIZER}, "%s/run.log", "%s/run-%04u%02u%02u%02u%02u%02u.log", false, ""};
+constinit StLogFile logFile = {
+    .handle = -1,
+    .isRegular = false,
+    .lock = {PTHREAD_MUTEX_INITIALIZER},
+    .curNameFmt = "%s/run.log",
+    .rotateNameFmt = "%s/run-%04u%02u%02u%02u%02u%02u.log",
+    .rotateFail = false,
+    .logPath = "",
+};
 
 // Set at start-up, read by every thread.
 constinit CodUint64 logSize = COD_RUN_LOG_SIZE;
@@ -205,16 +214,25 @@ void closeLogFile() {
     }
 }
 
-// Opens the file unless it is open; one that was removed meanwhile is opened anew. *status tells of the open one. A path that is not set
-// belongs to a run log that could not be opened.
-bool ensureOpen(struct stat *status) {
-    if (logFile.handle >= 0 && (fstat(logFile.handle, status) != 0 || status->st_nlink == 0)) {
-        closeLogFile();
+bool openLogFile(struct stat *status) {
+    // A path that is not set belongs to a run log that could not be opened.
+    if (logFile.logPath[0] == '\0' || !createLogFile() || fstat(logFile.handle, status) != 0) {
+        return false;
     }
-    if (logFile.handle >= 0) {
+    logFile.isRegular = S_ISREG(status->st_mode);
+    return true;
+}
+
+// Opens the file unless it is open; one that was removed meanwhile is opened anew. *status tells of a regular file.
+bool ensureOpen(struct stat *status) {
+    if (logFile.handle >= 0 && !logFile.isRegular) {
         return true;
     }
-    return logFile.logPath[0] != '\0' && createLogFile() && fstat(logFile.handle, status) == 0;
+    if (logFile.handle >= 0 && fstat(logFile.handle, status) == 0 && status->st_nlink != 0) {
+        return true;
+    }
+    closeLogFile();
+    return openLogFile(status);
 }
 
 // What was written of a line that could not be finished is taken back, unless others have written behind it.
@@ -313,13 +331,15 @@ bool rotate(const struct stat &status) {
     const bool isCurrent = isCurrentFile(path, status);
     closeLogFile();
     const bool isRotated = isCurrent && renameFile(path, rotated);
-    createLogFile();
+    struct stat begun;
+    openLogFile(&begun);
     return isRotated;
 }
 
 // True: the file was rotated.
 bool writeUnderLock(Line *line) {
     struct stat status;
+    status.st_size = 0;
     if (!ensureOpen(&status)) {
         dropLine();
         return false;
@@ -332,7 +352,7 @@ bool writeUnderLock(Line *line) {
         return false;
     }
     const CodUint64 size = static_cast<CodUint64>(status.st_size) + written;
-    return S_ISREG(status.st_mode) && size > get(&logSize) && rotate(status);
+    return logFile.isRegular && size > get(&logSize) && rotate(status);
 }
 
 bool isRotatedName(const char *name) {
@@ -465,7 +485,8 @@ CodResult aniInitRunLog(const char *path, const CodTimer *timer) {
         memcpy(logFile.logPath, path, length);
         logFile.logPath[length] = '\0';
         set(&logTimer, timer);
-        isOpen = createLogFile();
+        struct stat status;
+        isOpen = openLogFile(&status);
         logFile.logPath[isOpen ? length : 0] = '\0';
     }
     codThreadUnlock(&logFile.lock);

@@ -4,6 +4,7 @@
 // from the Gregorian calendar to the Julian one by adding the leap days that centuries lack, where every year is a quarter of 1461 days;
 // and the day of the year leads to month and day by a table.
 
+#define COD_NO_INLINE
 #include <vel_infra/utils/ani_datetime.h>
 
 #include <time.h>
@@ -80,21 +81,8 @@ inline CalendarDay calendarDay(CodUint32 julianDay) {
     return {kMonthDays[day], year - 4800 + isNextYear, day + 60 + isLeap - (nextYearMask & (365 + isLeap))};
 }
 
-// Any arguments; those out of range carry over.
-inline CodUint32 julianDayOf(CodUint32 year, CodUint32 month, CodUint32 day) {
-    const bool isOfYearBefore = month <= 2;
-    const CodUint32 y = year + (isOfYearBefore ? 4799 : 4800);
-    const CodUint32 m = month + (isOfYearBefore ? 13 : 1);
-    const CodUint32 century = y / 100;
-    return m * 7834 / 256 + day + 365 * y + y / 4 - century + century / 4 - 32167;
-}
-
-inline CodUint32 secondOfDayOf(const CodDateStruct &ds) {
-    return (ds.hour * 60u + ds.minute) * 60 + ds.second;
-}
-
 inline CodInt64 timeOfDay(const CodDateStruct &ds) {
-    return secondOfDayOf(ds) * COD_USECS_PER_SECOND + ds.fraction;
+    return codSecondOfDay(&ds) * COD_USECS_PER_SECOND + ds.fraction;
 }
 
 bool isLastDayOfMonth(const CodDateStruct &ds) {
@@ -139,7 +127,7 @@ void moveToMonth(CodDateStruct *ds, const Month &month, bool toLastDay) {
 }
 
 CodResult composeChecked(CodDate *date, const CodDateStruct &ds, CodBool enableZeroDate, CodBool enableZeroInDate) {
-    codGetDate(date, &ds);
+    *date = codComposeDate(&ds);
     return checkDateOverFlow(*date, enableZeroDate, enableZeroInDate);
 }
 
@@ -207,8 +195,7 @@ void codGetDateStruct(CodDate date, CodDateStruct *ds) {
 
 void codGetDate(CodDate *date, const CodDateStruct *ds) {
     if (date != nullptr && ds != nullptr) {
-        const CodInt64 days = CodInt64{julianDayOf(ds->year, ds->month, ds->day)} - COD_EPOCH_JULIAN_DAY;
-        *date = (days * 86400 + secondOfDayOf(*ds)) * COD_USECS_PER_SECOND + ds->fraction;
+        *date = codComposeDate(ds);
     }
 }
 
@@ -230,7 +217,7 @@ CodUint32 dateToJulianDay(CodUint32 year, CodUint32 month, CodUint32 day) {
         return 2299161;
     }
     if (year > 1582 || (year == 1582 && month > 10) || (isOctober1582 && day >= 15)) {
-        return julianDayOf(year, month, day);
+        return codJulianDayOf(year, month, day);
     }
     const bool isOfYearBefore = month <= 2;
     const CodInt64 y = CodInt64{year} - isOfYearBefore;
@@ -436,7 +423,7 @@ CodResult codEncodeDateTime(const CodDateTimeDesc *dateTime, CodDate *utc) {
     const CodInt64 year = dateTime->year + CodInt64{1900} + carriedYears;
     const CodInt64 cycle = floorDiv(year, 400);
     const CodUint32 month = static_cast<CodUint32>(dateTime->month - carriedYears * 12) + 1;
-    const CodInt64 days = CodInt64{julianDayOf(static_cast<CodUint32>(year - cycle * 400), month, 0)} - COD_EPOCH_JULIAN_DAY +
+    const CodInt64 days = CodInt64{codJulianDayOf(static_cast<CodUint32>(year - cycle * 400), month, 0)} - COD_EPOCH_JULIAN_DAY +
                           cycle * CodInt64{kDaysPerCycle} + dateTime->mday;
     const CodInt64 seconds = dateTime->hour * CodInt64{3600} + dateTime->min * CodInt64{60} + dateTime->sec;
     CodInt64 value;

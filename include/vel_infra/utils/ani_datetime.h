@@ -141,6 +141,35 @@ COD_API CodResult codDecodeDateTime(CodDate utc, CodDateTimeDesc *dateTime);
  */
 COD_API CodResult codEncodeDateTime(const CodDateTimeDesc *dateTime, CodDate *utc);
 
+/* ---- Inline ---- */
+
+/* The Julian day number of any year, month and day, proleptic Gregorian; what exceeds its range carries over. */
+COD_INLINE CodUint32 codJulianDayOf(CodUint32 year, CodUint32 month, CodUint32 day) {
+    /* Years begin in March, so that the leap day is the last one. */
+    const CodUint32 m = month <= 2 ? month + 13 : month + 1;
+    const CodUint32 y = month <= 2 ? year + 4799 : year + 4800;
+    const CodUint32 century = y / 100;
+    return m * 7834 / 256 + day + 365 * y + y / 4 - century + century / 4 - 32167;
+}
+
+/* Seconds behind midnight of hour, minute and second. */
+COD_INLINE CodUint32 codSecondOfDay(const CodDateStruct *ds) {
+    return (ds->hour * 60u + ds->minute) * 60u + ds->second;
+}
+
+COD_INLINE CodDate codComposeDate(const CodDateStruct *ds) {
+    const CodInt64 days = (CodInt64)codJulianDayOf(ds->year, ds->month, ds->day) - COD_EPOCH_JULIAN_DAY;
+    return (days * 86400 + codSecondOfDay(ds)) * COD_USECS_PER_SECOND + ds->fraction;
+}
+
+#if !defined(COD_NO_INLINE)
+COD_API_INLINE void codGetDate(CodDate *date, const CodDateStruct *ds) {
+    if (COD_LIKELY(date != NULL && ds != NULL)) {
+        *date = codComposeDate(ds);
+    }
+}
+#endif
+
 COD_END_DECLS
 
 #endif
