@@ -9,7 +9,6 @@
 #include <pthread.h>
 #include <stdio.h>
 #include <string.h>
-#include <strings.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
 #include <unistd.h>
@@ -17,10 +16,11 @@
 #include <algorithm>
 
 #include <vel_infra/error/ani_error_base.h>
-#include <vel_infra/lock/ani_lock.h>
 #include <vel_infra/utils/ani_clock.h>
 #include <vel_infra/utils/ani_datetime.h>
 
+#include "base/cod_ascii.h"
+#include "base/cod_fork_lock.h"
 #include "base/cod_thread.h"
 #include "error/ani_error_format_internal.h"
 #include "utils/ani_field_text_internal.h"
@@ -28,15 +28,17 @@
 namespace {
 
 constexpr CodUint32 kPathSize = 256;
+constexpr char kNeedsPath[] = "the run log needs a path\n";
 // What the path of a rotated file takes behind the directory: "/run-YYYYMMDDhhmmss.log".
 constexpr CodUint32 kRotatedNameLength = 23;
 constexpr CodInt64 kBlockTime = 100000;  // microseconds
+constexpr CodUint32 kMostNames = 86400;  // seconds to try for a distinct name
 constexpr CodUint32 kNoteSize = 128;     // of the line that tells of dropped ones
 
 struct StLogFile {
     CodInt32 handle;    // -1: closed
     CodBool isRegular;  // else a device or a pipe, which has no size and no name to lose
-    CodThreadLock lock;
+    cod::ForkLock lock;
     char curNameFmt[kPathSize];
     char rotateNameFmt[kPathSize];
     CodBool rotateFail;  // a failed rename was printed, and none has succeeded since
@@ -46,7 +48,7 @@ struct StLogFile {
 constinit StLogFile logFile = {
     .handle = -1,
     .isRegular = false,
-    .lock = {PTHREAD_MUTEX_INITIALIZER},
+    .lock = {},
     .curNameFmt = "%s/run.log",
     .rotateNameFmt = "%s/run-%04u%02u%02u%02u%02u%02u.log",
     .rotateFail = false,
@@ -171,7 +173,8 @@ bool exists(const char *path) {
 int openFile(const char *path, int flags) {
     int handle;
     do {
-        handle = open(path, O_RDWR | O_CLOEXEC | flags, 0640);
+        // Not blocking: a pipe that nobody reads must not stop the threads that log.
+        handle = open(path, O_RDWR | O_CLOEXEC | O_NONBLOCK | flags, 0640);
     } while (handle < 0 && errno == EINTR);
     return handle;
 }
@@ -186,9 +189,11 @@ bool createFile(const char *path) {
     return true;
 }
 
-const char *systemErrorText() {
-    return codSysErrDesc(static_cast<CodUint32>(errno));
-}
+// The system's text of errno. The error stack's own is not used: the caller may hold a text from it.
+struct SystemError {
+    char buffer[128];
+    const char *text = strerror_r(errno, buffer, sizeof(buffer));
+};
 
 bool createLogFile() {
     char path[kPathSize];
@@ -197,12 +202,12 @@ bool createLogFile() {
         return false;
     }
     if (!exists(path) && !createFile(path)) {
-        printf("create file %s failed, %s\n", path, systemErrorText());
+        printf("create file %s failed, %s\n", path, SystemError().text);
         return false;
     }
     logFile.handle = openFile(path, O_APPEND | O_SYNC);
     if (logFile.handle < 0) {
-        printf("open file %s failed, %s", path, systemErrorText());
+        printf("open file %s failed, %s", path, SystemError().text);
     }
     return logFile.handle >= 0;
 }
@@ -264,7 +269,7 @@ void dropLine() {
 
 // The line, and before it, when some were dropped, the line that tells how many. Both or none: a disk that is nearly full is not filled
 // with the latter. Returns the bytes written, 0 on failure.
-CodUint32 writeLine(const Line &line, off_t sizeBefore) {
+CodUint32 writeWithNote(const Line &line, off_t sizeBefore) {
     const CodUint64 dropped = get(&droppedLines);
     if (COD_LIKELY(dropped == 0)) {
         return writeAll(line.text, line.length, sizeBefore) ? line.length : 0;
@@ -288,20 +293,28 @@ CodUint32 writeLine(const Line &line, off_t sizeBefore) {
 bool chooseRotatedPath(char (&path)[kPathSize]) {
     CodDate time = localTime();
     bool isFormatted = formatRotatedPath(time, path);
-    while (isFormatted && get(&hasDistinctNames) && exists(path)) {
-        char before[kPathSize];
-        memcpy(before, path, sizeof(before));
+    // A format that tells no seconds gives fewer names, and one that tells no time none.
+    for (CodUint32 i = 0; i < kMostNames && isFormatted && get(&hasDistinctNames) && exists(path); i++) {
         time += COD_USECS_PER_SECOND;
-        // A format that does not tell seconds has no further names to give.
-        isFormatted = formatRotatedPath(time, path) && strcmp(before, path) != 0;
+        isFormatted = formatRotatedPath(time, path);
     }
     return isFormatted;
+}
+
+// Processes that write one file, as after a fork, rotate it one after another: the lock is the process's, on the file itself, and goes with
+// the handle. Where it cannot be had, each does as well as it can alone.
+void waitForOtherProcesses(int handle) {
+    struct flock lock = {};
+    lock.l_type = F_WRLCK;
+    lock.l_whence = SEEK_SET;
+    while (fcntl(handle, F_SETLKW, &lock) != 0 && errno == EINTR) {
+    }
 }
 
 // The name still leads to the open file. If it does not, another process has rotated it, whose new file must not be renamed by us.
 bool isCurrentFile(const char *path, const struct stat &status) {
     struct stat named;
-    return stat(path, &named) != 0 || (named.st_dev == status.st_dev && named.st_ino == status.st_ino);
+    return stat(path, &named) == 0 && named.st_dev == status.st_dev && named.st_ino == status.st_ino;
 }
 
 bool renameFile(const char *path, const char *rotated) {
@@ -328,11 +341,13 @@ bool rotate(const struct stat &status) {
         printf("rotate log with the path %s is too long", logFile.logPath);
         return false;
     }
-    const bool isCurrent = isCurrentFile(path, status);
-    closeLogFile();
-    const bool isRotated = isCurrent && renameFile(path, rotated);
+    const int rotatedHandle = logFile.handle;
+    waitForOtherProcesses(rotatedHandle);
+    logFile.handle = -1;
+    const bool isRotated = isCurrentFile(path, status) && renameFile(path, rotated);
     struct stat begun;
     openLogFile(&begun);
+    close(rotatedHandle);
     return isRotated;
 }
 
@@ -346,7 +361,7 @@ bool writeUnderLock(Line *line) {
     }
     addBlockTime(line);
     line->close();
-    const CodUint32 written = writeLine(*line, status.st_size);
+    const CodUint32 written = writeWithNote(*line, status.st_size);
     if (written == 0) {
         dropLine();
         return false;
@@ -390,12 +405,12 @@ CodUint32 countRotated(const char *path, char (&oldest)[kRotatedNameLength]) {
 }
 
 // Two threads may do this at once: one whose file the other has removed stops.
-void removeOldFiles() {
+void removeOldFiles(const char *directory) {
     char oldest[kRotatedNameLength];
     const CodUint32 kept = std::max(get(&logCount), CodUint32{1});
-    while (countRotated(logFile.logPath, oldest) >= kept) {
+    while (countRotated(directory, oldest) >= kept) {
         char path[kPathSize + kRotatedNameLength];
-        snprintf(path, sizeof(path), "%s/%s", logFile.logPath, oldest);
+        snprintf(path, sizeof(path), "%s/%s", directory, oldest);
         if (remove(path) != 0) {
             printf("failed to remove log file %s, errno %d\n", path, errno);
             return;
@@ -403,14 +418,30 @@ void removeOldFiles() {
     }
 }
 
+void writeLine(Line *line) {
+    char directory[kPathSize];
+    if (logFile.lock.lock() != 0) {
+        printf("run log lock failed");
+        return dropLine();
+    }
+    const bool isRotated = writeUnderLock(line);
+    if (isRotated) {
+        memcpy(directory, logFile.logPath, sizeof(directory));
+    }
+    logFile.lock.unlock();
+    if (isRotated) {
+        removeOldFiles(directory);
+    }
+}
+
 // ---- Forks ----
 
 void lockBeforeFork(void) {
-    codThreadLock(&logFile.lock);
+    logFile.lock.beforeFork();
 }
 
 void unlockAfterFork(void) {
-    codThreadUnlock(&logFile.lock);
+    logFile.lock.afterFork();
 }
 
 void unlockInChild(void) {
@@ -451,11 +482,11 @@ bool isPathFormat(const char *fmt, CodUint32 numbers) {
 // 0: there is none of this name.
 int levelOfName(const char *name) {
     for (int level = COD_LOG_LEVEL_TRACE; name != nullptr && level <= COD_LOG_OFF; level++) {
-        if (strcasecmp(name, codGetLogLevelDesc(static_cast<CodLogLevel>(level))) == 0) {
+        if (cod::equalsIgnoringCase(name, strlen(name), codGetLogLevelDesc(static_cast<CodLogLevel>(level)))) {
             return level;
         }
     }
-    return name != nullptr && strcasecmp(name, "ALL") == 0 ? COD_LOG_ALL : 0;
+    return name != nullptr && cod::equalsIgnoringCase(name, strlen(name), "ALL") ? COD_LOG_ALL : 0;
 }
 
 // The length of the path without a "/" at its end; 0: it cannot be used.
@@ -473,12 +504,12 @@ CodUint32 usableLength(const char *path) {
 CodResult aniInitRunLog(const char *path, const CodTimer *timer) {
     pthread_once(&forkHandlersOnce, registerForkHandlers);
     const CodUint32 length = usableLength(path);
-    codThreadLock(&logFile.lock);
+    logFile.lock.lock();
     closeLogFile();
     logFile.logPath[0] = '\0';
     bool isOpen = false;
     if (path == nullptr || path[0] == '\0') {
-        printf("the run log needs a path\n");
+        fputs(kNeedsPath, stdout);
     } else if (length == 0) {
         printf("log with the path %s is too long\n", path);
     } else {
@@ -489,7 +520,7 @@ CodResult aniInitRunLog(const char *path, const CodTimer *timer) {
         isOpen = openLogFile(&status);
         logFile.logPath[isOpen ? length : 0] = '\0';
     }
-    codThreadUnlock(&logFile.lock);
+    logFile.lock.unlock();
     if (!isOpen) {
         return COD_ERROR;
     }
@@ -498,17 +529,20 @@ CodResult aniInitRunLog(const char *path, const CodTimer *timer) {
 }
 
 void aniCloseRunLog(void) {
-    codThreadLock(&logFile.lock);
+    logFile.lock.lock();
     closeLogFile();
-    codThreadUnlock(&logFile.lock);
+    logFile.lock.unlock();
 }
 
 CodResult aniReopenRunLog(void) {
     struct stat status;
-    codThreadLock(&logFile.lock);
+    logFile.lock.lock();
     closeLogFile();
-    const bool isOpen = ensureOpen(&status);
-    codThreadUnlock(&logFile.lock);
+    if (logFile.logPath[0] == '\0') {
+        fputs(kNeedsPath, stdout);
+    }
+    const bool isOpen = openLogFile(&status);
+    logFile.lock.unlock();
     return isOpen ? COD_SUCCESS : COD_ERROR;
 }
 
@@ -524,10 +558,10 @@ CodResult aniSetRunLogNameFmt(const char *curNameFmt, const char *rotateNameFmt)
     if (!isPathFormat(curNameFmt, 0) || !isPathFormat(rotateNameFmt, 6)) {
         return COD_ERROR;
     }
-    codThreadLock(&logFile.lock);
+    logFile.lock.lock();
     memcpy(logFile.curNameFmt, curNameFmt, strlen(curNameFmt) + 1);
     memcpy(logFile.rotateNameFmt, rotateNameFmt, strlen(rotateNameFmt) + 1);
-    codThreadUnlock(&logFile.lock);
+    logFile.lock.unlock();
     return COD_SUCCESS;
 }
 
@@ -564,21 +598,14 @@ void aniRunLogBase(CodLogLevel level, CodInt32 errcode, const char *, const char
     if (get(&isLogOff) || fmt == nullptr) {
         return;
     }
+    const int callersErrno = errno;
     Line line;
     beginLine(&line, level, errcode);
     const CodUint32 begin = line.length;
     line.addList(fmt, args);
     endMessage(&line, begin);
-    if (codThreadLock(&logFile.lock) != 0) {
-        printf("run log lock failed");
-        dropLine();
-        return;
-    }
-    const bool isRotated = writeUnderLock(&line);
-    codThreadUnlock(&logFile.lock);
-    if (isRotated) {
-        removeOldFiles();
-    }
+    writeLine(&line);
+    errno = callersErrno;
 }
 
 void runLogCallback(CodLogLevel level, CodInt32 errcode, const char *fileName, const char *funcName, CodInt32 lineNo, const char *fmt,

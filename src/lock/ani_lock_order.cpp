@@ -1,6 +1,8 @@
 #define COD_NO_INLINE
 #include <vel_infra/lock/ani_lock_order.h>
 
+#include <algorithm>
+
 #include <vel_infra/adr/ani_log_base.h>
 
 #include "base/cod_thread.h"
@@ -75,12 +77,18 @@ void noteEdge(const HeldLock &held, CodUint32 type, Place place) {
     }
 }
 
+bool isHeld(const HeldLocks &held, const void *object) {
+    return std::any_of(held.locks, held.locks + held.count, [object](const HeldLock &lock) { return lock.object == object; });
+}
+
 }  // namespace
 
 void codLockOrderAcquire(const void *object, CodUint32 type, const char *file, CodUint32 line) {
     const HeldLocks &held = heldLocks();
     const CodUint32 row = rowOf(type);
-    for (CodUint32 i = 0; i < held.count; i++) {
+    // A holder that comes again does not wait.
+    const CodUint32 others = isHeld(held, object) ? 0 : held.count;
+    for (CodUint32 i = 0; i < others; i++) {
         if (held.locks[i].type != row) {
             noteEdge(held.locks[i], row, {file, line});
         }

@@ -3,23 +3,25 @@
 #include <pthread.h>
 #include <time.h>
 
+#include "base/cod_fork_lock.h"
+
 namespace {
 
 // The C library's time zone is behind a lock that a fork's child inherits as it is. No thread is inside by our doing while the process
 // forks, so that the child can tell the time.
-constinit pthread_mutex_t zoneLock = PTHREAD_MUTEX_INITIALIZER;
+constinit cod::ForkLock zoneLock;
 constinit pthread_once_t forkHandlersOnce = PTHREAD_ONCE_INIT;
 
-void lockZone(void) {
-    pthread_mutex_lock(&zoneLock);
+void lockBeforeFork(void) {
+    zoneLock.beforeFork();
 }
 
-void unlockZone(void) {
-    pthread_mutex_unlock(&zoneLock);
+void unlockAfterFork(void) {
+    zoneLock.afterFork();
 }
 
 void registerForkHandlers(void) {
-    pthread_atfork(lockZone, unlockZone, unlockZone);
+    pthread_atfork(lockBeforeFork, unlockAfterFork, unlockAfterFork);
 }
 
 timespec readClock(clockid_t clock) {
@@ -46,10 +48,10 @@ CodInt16 codGetTimeZoneBias(void) {
     pthread_once(&forkHandlersOnce, registerForkHandlers);
     const time_t now = time(nullptr);
     tm local = {};
-    lockZone();
+    zoneLock.lock();
     tzset();
     localtime_r(&now, &local);
-    unlockZone();
+    zoneLock.unlock();
     return static_cast<CodInt16>(local.tm_gmtoff / 60);
 }
 

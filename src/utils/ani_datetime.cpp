@@ -390,7 +390,8 @@ void codShortTimeAddDSInterval(CodShortTime *time, CodDSInterval interval) {
 
 void codShortTime2CurrDate(CodShortTime time, CodDate *date) {
     if (date != nullptr) {
-        *date = floorDiv(codSysdate(), COD_USECS_PER_DAY) * COD_USECS_PER_DAY + time;
+        const CodInt64 today = floorDiv(codSysdate(), COD_USECS_PER_DAY) * COD_USECS_PER_DAY;
+        *date = static_cast<CodDate>(static_cast<CodUint64>(today) + static_cast<CodUint64>(time));
     }
 }
 

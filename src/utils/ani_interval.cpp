@@ -1,12 +1,11 @@
 #include <vel_infra/utils/ani_interval.h>
 
-#include <strings.h>
-
 #include <algorithm>
 #include <cmath>
 
 #include <vel_infra/error/ani_error_base.h>
 
+#include "base/cod_ascii.h"
 #include "utils/ani_field_text_internal.h"
 
 const CodUint32 gPrecisionLimit[10] = {1, 10, 100, 1000, 10000, 100000, 1000000, 10000000, 100000000, 1000000000};
@@ -128,7 +127,7 @@ CodResult fromUnits(const char *const (&units)[kCount], const CodDouble (&factor
         return raiseNull();
     }
     for (size_t i = 0; i < kCount; i++) {
-        if (strlen(units[i]) == text->len && strncasecmp(units[i], text->str, text->len) == 0) {
+        if (cod::equalsIgnoringCase(text->str, text->len, units[i])) {
             return roundToInterval(value * factors[i], result);
         }
     }
@@ -302,10 +301,11 @@ CodResult codDSICheckPrecision(CodDSInterval *interval, CodInt32 precision, CodI
     if (magnitude / COD_USECS_PER_DAY >= gPrecisionLimit[std::clamp(precision, 0, 9)]) {
         return raiseInterval("the leading precision is too small");
     }
-    if (magnitude > static_cast<CodUint64>(INT64_MAX)) {
+    const bool isNegative = *interval < 0;
+    if (magnitude > static_cast<CodUint64>(INT64_MAX) + isNegative) {
         return raiseInterval(kOutOfRange);
     }
-    *interval = *interval < 0 ? -static_cast<CodInt64>(magnitude) : static_cast<CodInt64>(magnitude);
+    *interval = static_cast<CodInt64>(isNegative ? 0 - magnitude : magnitude);
     return COD_SUCCESS;
 }
 

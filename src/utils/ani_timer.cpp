@@ -7,11 +7,13 @@
 #include <vel_infra/error/ani_error_base.h>
 #include <vel_infra/utils/ani_clock.h>
 
+#include "base/cod_fork_lock.h"
+
 namespace {
 
 // The clocks that run, so that a fork's child, which does not have their threads, can be told so.
 constinit CodTimer *runningTimers = nullptr;
-constinit pthread_mutex_t registryLock = PTHREAD_MUTEX_INITIALIZER;
+constinit cod::ForkLock registryLock;
 constinit pthread_once_t forkHandlersOnce = PTHREAD_ONCE_INIT;
 
 template <class T>
@@ -31,19 +33,19 @@ void noteTime(CodTimer *timer) {
     store(&timer->now, codNow());
 }
 
+// The zone stays: a reader may have read the time already.
 void forgetTime(CodTimer *timer) {
     store(&timer->now, CodDate{0});
     store(&timer->seconds, CodInt64{0});
     store(&timer->monotonic, CodInt64{0});
-    store(&timer->timeZoneBias, CodInt16{0});
 }
 
-void lockRegistry(void) {
-    pthread_mutex_lock(&registryLock);
+void lockBeforeFork(void) {
+    registryLock.beforeFork();
 }
 
-void unlockRegistry(void) {
-    pthread_mutex_unlock(&registryLock);
+void unlockAfterFork(void) {
+    registryLock.afterFork();
 }
 
 void forgetAllInChild(void) {
@@ -52,24 +54,24 @@ void forgetAllInChild(void) {
         timer->running = false;
     }
     runningTimers = nullptr;
-    unlockRegistry();
+    unlockAfterFork();
 }
 
 void registerForkHandlers(void) {
-    pthread_atfork(lockRegistry, unlockRegistry, forgetAllInChild);
+    pthread_atfork(lockBeforeFork, unlockAfterFork, forgetAllInChild);
 }
 
 void addToRegistry(CodTimer *timer) {
     pthread_once(&forkHandlersOnce, registerForkHandlers);
-    lockRegistry();
+    registryLock.lock();
     timer->running = true;
     timer->next = runningTimers;
     runningTimers = timer;
-    unlockRegistry();
+    registryLock.unlock();
 }
 
 void removeFromRegistry(CodTimer *timer) {
-    lockRegistry();
+    registryLock.lock();
     CodTimer **link = &runningTimers;
     while (*link != nullptr && *link != timer) {
         link = &(*link)->next;
@@ -78,7 +80,7 @@ void removeFromRegistry(CodTimer *timer) {
         *link = timer->next;
     }
     timer->running = false;
-    unlockRegistry();
+    registryLock.unlock();
 }
 
 // Signals are for the program's own threads.
@@ -102,12 +104,13 @@ CodResult codStartTimer(CodTimer *timer) {
         return COD_SUCCESS;
     }
     store(&timer->stopping, false);
-    noteTime(timer);
+    // In the list before there is a time, and until there is none: a fork at any moment finds it.
     addToRegistry(timer);
+    noteTime(timer);
     const int fault = createThread(timer);
     if (fault != 0) {
-        removeFromRegistry(timer);
         forgetTime(timer);
+        removeFromRegistry(timer);
         return codRaise(ERR_CMM_CREATE_THREAD, "cached clock", codSysErrDesc(static_cast<CodUint32>(fault)));
     }
     return COD_SUCCESS;
@@ -119,8 +122,8 @@ void codStopTimer(CodTimer *timer) {
     }
     store(&timer->stopping, true);
     pthread_join(timer->thread, nullptr);
-    removeFromRegistry(timer);
     forgetTime(timer);
+    removeFromRegistry(timer);
 }
 
 void *codTimerProc(void *argument) {

@@ -9,8 +9,8 @@
  * Thread safety
  * 1. A spin lock's waiter tries, pauses 1, 2, 4 ... times up to the type's spinCount between tries, sleeps, and starts over. The lock is
  *    not re-entrant and not fair.
- * 2. A latch's fields change only under its spin lock, or in one atomic step while that is free; its waiters read them without it, one
- *    pause at a time, and sleep after spinCount pauses.
+ * 2. A latch's fields change only under its spin lock; its waiters read them without it, one pause at a time, and sleep after spinCount
+ *    pauses.
  * 3. From the moment a writer waits in LATCH_IX no reader enters, so that readers cannot starve it.
  * 4. What was written under a lock or latch is seen by the next holder.
  * 5. A lock or latch must not be null, but for spinUnlock. Nothing here allocates or raises errors.

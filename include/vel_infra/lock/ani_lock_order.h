@@ -18,7 +18,8 @@
 
 COD_BEGIN_DECLS
 
-/* The calling thread is about to wait for, and will then hold, a lock of `type` at `object`. file is kept as a pointer. */
+/* The calling thread is about to wait for, and will then hold, a lock of `type` at `object`; it holds one already when it comes again. file
+ * is kept as a pointer. */
 COD_API void codLockOrderAcquire(const void *object, CodUint32 type, const char *file, CodUint32 line);
 /* It holds one that it did not wait for. */
 COD_API void codLockOrderHold(const void *object, CodUint32 type, const char *file, CodUint32 line);
@@ -28,29 +29,45 @@ COD_API void codLockOrderRelease(const void *object);
 COD_API CodUint32 codLockOrderInversions(void);
 
 #if defined(COD_LOCK_ORDER_CHECK)
-/* Macros, so that the place of the caller is known. */
-static inline CodBool codLockOrderHoldIf(CodBool isTaken, const void *object, CodUint32 type, const char *file, CodUint32 line) {
-    if (isTaken) {
-        codLockOrderHold(object, type, file, line);
-    }
-    return isTaken;
-}
+/* Macros, so that the place of the caller is known. call names the lock and its type as codLock_ and codType_: both are evaluated once. */
+#define COD_ORDERED_TAKE(Lock, lock, type, call)                     \
+    __extension__({                                                  \
+        Lock *const codLock_ = (lock);                               \
+        const CodUint32 codType_ = (type);                           \
+        codLockOrderAcquire(codLock_, codType_, __FILE__, __LINE__); \
+        call;                                                        \
+    })
+#define COD_ORDERED_TRY(Lock, lock, type, call)                       \
+    __extension__({                                                   \
+        Lock *const codLock_ = (lock);                                \
+        const CodUint32 codType_ = (type);                            \
+        const CodBool codIsTaken_ = call;                             \
+        if (codIsTaken_) {                                            \
+            codLockOrderHold(codLock_, codType_, __FILE__, __LINE__); \
+        }                                                             \
+        codIsTaken_;                                                  \
+    })
+#define COD_ORDERED_LEAVE(Lock, lock, call) \
+    __extension__({                         \
+        Lock *const codLock_ = (lock);      \
+        codLockOrderRelease(codLock_);      \
+        call;                               \
+    })
 
-#define COD_LOCK_ORDER_ACQUIRE(object, type) codLockOrderAcquire((object), (type), __FILE__, __LINE__)
-#define COD_LOCK_ORDER_HOLD_IF(isTaken, object, type) codLockOrderHoldIf((isTaken), (object), (type), __FILE__, __LINE__)
-
-#define spinLock(lock, type) (COD_LOCK_ORDER_ACQUIRE(lock, type), spinLock(lock, type))
-#define spinTryLockTimes(lock, type, times) COD_LOCK_ORDER_HOLD_IF(spinTryLockTimes(lock, type, times), lock, type)
-#define spinUnlock(lock) (codLockOrderRelease(lock), spinUnlock(lock))
-#define latchShared(latch, type) (COD_LOCK_ORDER_ACQUIRE(latch, type), latchShared(latch, type))
-#define tryLatchShared(latch, type) COD_LOCK_ORDER_HOLD_IF(tryLatchShared(latch, type), latch, type)
-#define latchSharedTimeout(latch, type, timeout) COD_LOCK_ORDER_HOLD_IF(latchSharedTimeout(latch, type, timeout), latch, type)
-#define latchExclusive(latch, holderId, type) (COD_LOCK_ORDER_ACQUIRE(latch, type), latchExclusive(latch, holderId, type))
+#define spinLock(lock, type) COD_ORDERED_TAKE(SpinLock, lock, type, spinLock(codLock_, codType_))
+#define spinTryLockTimes(lock, type, times) COD_ORDERED_TRY(SpinLock, lock, type, spinTryLockTimes(codLock_, codType_, times))
+#define spinUnlock(lock) COD_ORDERED_LEAVE(SpinLock, lock, spinUnlock(codLock_))
+#define latchShared(latch, type) COD_ORDERED_TAKE(Latch, latch, type, latchShared(codLock_, codType_))
+#define tryLatchShared(latch, type) COD_ORDERED_TRY(Latch, latch, type, tryLatchShared(codLock_, codType_))
+#define latchSharedTimeout(latch, type, timeout) COD_ORDERED_TRY(Latch, latch, type, latchSharedTimeout(codLock_, codType_, timeout))
+#define latchExclusive(latch, holderId, type) COD_ORDERED_TAKE(Latch, latch, type, latchExclusive(codLock_, holderId, codType_))
 #define latchExclusiveTimeout(latch, holderId, type, timeout) \
-    COD_LOCK_ORDER_HOLD_IF(latchExclusiveTimeout(latch, holderId, type, timeout), latch, type)
-#define reentrantLatchExclusive(latch, holderId, type) (COD_LOCK_ORDER_ACQUIRE(latch, type), reentrantLatchExclusive(latch, holderId, type))
-#define unLatch(latch, type) (codLockOrderRelease(latch), unLatch(latch, type))
-#define reentrantUnLatch(latch, type) (codLockOrderRelease(latch), reentrantUnLatch(latch, type))
+    COD_ORDERED_TRY(Latch, latch, type, latchExclusiveTimeout(codLock_, holderId, codType_, timeout))
+#define latchIntentExclusive(latch, holderId, type) COD_ORDERED_TAKE(Latch, latch, type, latchIntentExclusive(codLock_, holderId, codType_))
+#define reentrantLatchExclusive(latch, holderId, type) \
+    COD_ORDERED_TAKE(Latch, latch, type, reentrantLatchExclusive(codLock_, holderId, codType_))
+#define unLatch(latch, type) COD_ORDERED_LEAVE(Latch, latch, unLatch(codLock_, type))
+#define reentrantUnLatch(latch, type) COD_ORDERED_LEAVE(Latch, latch, reentrantUnLatch(codLock_, type))
 #endif
 
 COD_END_DECLS

@@ -113,7 +113,7 @@ COD_API CodResult codGetMonthGapFromDate(CodDate lDate, CodDate rDate, CodInt32 
 /* Errors: ERR_CMM_DATE_OVERFLOW. */
 COD_API CodResult codDateAddDSInterval(CodDate *time, CodDSInterval interval, CodBool enableZeroDate, CodBool enableZeroInDate);
 /* Adds days, rounded to whole seconds (half away from zero). When `value` is no whole number of days, the date's own fraction of a second
- * is rounded away too; a timestamp keeps it.
+ * is rounded away too, by its integer value; a timestamp keeps it.
  * Errors: ERR_CMM_TYPECONV_ERROR for NaN and infinity, ERR_CMM_DATE_OVERFLOW. */
 COD_API CodResult codDateIncrease(CodDate *date, CodDouble value, CodBool enableZeroDate, CodBool enableZeroInDate);
 COD_API CodResult codTimestampIncrease(CodDate *date, CodDouble value, CodBool enableZeroDate, CodBool enableZeroInDate);
