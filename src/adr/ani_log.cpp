@@ -41,7 +41,8 @@ struct StLogFile {
     cod::ForkLock lock;
     char curNameFmt[kPathSize];
     char rotateNameFmt[kPathSize];
-    CodBool rotateFail;  // a failed rename was printed, and none has succeeded since
+    CodBool rotateFail;    // a failed rename was printed, and none has succeeded since
+    CodDate lastDistinct;  // the time in the last distinct name given
     char logPath[kPathSize];
 };
 
@@ -52,6 +53,7 @@ constinit StLogFile logFile = {
     .curNameFmt = "%s/run.log",
     .rotateNameFmt = "%s/run-%04u%02u%02u%02u%02u%02u.log",
     .rotateFail = false,
+    .lastDistinct = 0,
     .logPath = "",
 };
 
@@ -290,15 +292,21 @@ CodUint32 writeWithNote(const Line &line, off_t sizeBefore) {
 
 // ---- Rotation ----
 
-bool chooseRotatedPath(char (&path)[kPathSize]) {
-    CodDate time = localTime();
+// Behind all names given so far, even when old files with earlier ones are gone: the newest file must not look like the oldest. A format
+// that tells no seconds gives fewer names, and one that tells no time none.
+bool chooseDistinctPath(char (&path)[kPathSize]) {
+    CodDate time = std::max(localTime(), logFile.lastDistinct + COD_USECS_PER_SECOND);
     bool isFormatted = formatRotatedPath(time, path);
-    // A format that tells no seconds gives fewer names, and one that tells no time none.
-    for (CodUint32 i = 0; i < kMostNames && isFormatted && get(&hasDistinctNames) && exists(path); i++) {
+    for (CodUint32 i = 0; i < kMostNames && isFormatted && exists(path); i++) {
         time += COD_USECS_PER_SECOND;
         isFormatted = formatRotatedPath(time, path);
     }
+    logFile.lastDistinct = time;
     return isFormatted;
+}
+
+bool chooseRotatedPath(char (&path)[kPathSize]) {
+    return get(&hasDistinctNames) ? chooseDistinctPath(path) : formatRotatedPath(localTime(), path);
 }
 
 // Processes that write one file, as after a fork, rotate it one after another: the lock is the process's, on the file itself, and goes with
@@ -507,6 +515,7 @@ CodResult aniInitRunLog(const char *path, const CodTimer *timer) {
     logFile.lock.lock();
     closeLogFile();
     logFile.logPath[0] = '\0';
+    logFile.lastDistinct = 0;
     bool isOpen = false;
     if (path == nullptr || path[0] == '\0') {
         fputs(kNeedsPath, stdout);
