@@ -14,7 +14,7 @@ namespace fs = std::filesystem;
 const std::string kDir = (access("/dev/shm", W_OK) == 0 ? "/dev/shm/log." : "/tmp/log.") + std::to_string(getpid());
 const std::string kPath = kDir + "/run.log", kHead = "[-0-9]{10} [:0-9]{8}\\.[0-9]{3} [0-9]+ \\[WARN\\] ", kFar(256, 'x');
 const char kName[] = "%s/run.log", kRotated[] = "%s/run-%04u%02u%02u%02u%02u%02u.log";
-const CodDate kStart = 1234567918123456;  // 2009-02-13 23:31:58.123
+const CodDate kStart = 1234567918123456;  // 2009-02-13 23:31:58.123 UTC
 CodTimer timer;
 const auto log = [](const std::string &text) { runLogCallback(COD_LOG_LEVEL_WARN, 0, "f.cpp", "f", 1, "%s", text.c_str()); };
 const auto setNames = [](const char *name, const char *rotated) { EXPECT_EQ(aniSetRunLogNameFmt(name, rotated), COD_SUCCESS); };

@@ -110,7 +110,7 @@ TEST(LatchTest, ThreadsInAnyMixExcludeEachOther) {
         onThreads(threads, [&](CodUint32 id) {
             Random random(writer = static_cast<CodUint16>(2 * id));
             // The first one only writes; readers come until it has done.
-            for (int i = 0; id == 1 ? i < 3000 : !done; i++) {
+            for (int i = 0; id == 1 ? i < 20000 : !done; i++) {
                 const std::string &take = kTakes[random.below(id == 1 ? 3 : 6)];
                 if (kCalls.at(take)(&latch)) {
                     bool isNested = take == "re" && kCalls.at(take)(&latch) && kCalls.at("reun")(&latch);

@@ -18,7 +18,8 @@
  *    before aniInitRunLog stay.
  * 4. After a rotation the oldest files are removed so that at most count - 1 rotated ones remain. Files whose name is not
  *    "run-", 14 digits, ".log" are never counted or removed.
- * 5. When "run.log" was removed or its directory was made anew, the next line makes it again. */
+ * 5. When "run.log" was removed or its directory was made anew, the next line makes it again. A device or a pipe of that name is written to
+ *    as it is and never rotated; what a pipe does not take at once is dropped. */
 
 #include <stdarg.h>
 
@@ -50,8 +51,8 @@ COD_API void aniSetRunLogCount(CodUint32 count);
  * hour, minute and second (a %s and up to six of %u or %d, flags and widths allowed). Copied. COD_ERROR, and no change, when one is null,
  * has other conversions or is longer than 255 characters. */
 COD_API CodResult aniSetRunLogNameFmt(const char *curNameFmt, const char *rotateNameFmt);
-/* When set, a rotation whose name is taken goes on to the next second until one is free. Otherwise, as at first, the second of two
- * rotations within one second takes the place of the first one's file. */
+/* When set, each rotation has a name of its own: its second, or the first free one behind that and behind the names given since
+ * aniInitRunLog. Otherwise, as at first, the second of two rotations within one second takes the place of the first one's file. */
 COD_API void aniSetRunLogDistinctNames(CodBool flag);
 
 /* Sets the logger's level by its name in any case: those of codGetLogLevelDesc, TRACE to OFF, and "ALL". COD_ERROR, without an error raised
