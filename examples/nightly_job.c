@@ -31,7 +31,8 @@ static void showAndRemove(const char *directory) {
     FILE *file;
     snprintf(path, sizeof(path), "%s/run.log", directory);
     file = fopen(path, "r");
-    while (file != NULL && fgets(line, sizeof(line), file) != NULL) fputs(line, stdout);
+    while (file != NULL && fgets(line, sizeof(line), file) != NULL)
+        fputs(line, stdout);
     if (file != NULL) fclose(file);
     remove(path);
     rmdir(directory);

@@ -46,21 +46,20 @@ TEST(DateTime, everyDayAndInstantHasTheFieldsOfTheCalendar) {
     Operands draw(1);
     for (CodInt64 i = 0; i < kDays + CodInt64(cases()); i++) {
         const CodDate date = kZero + (i < kDays ? i * kDay + i % 2 * (kDay - 1) : CodInt64(draw.next() % (kDays * kDay)));
-        const CodUint32 julianDay = CodUint32((date - kZero) / kDay + 1721028);
+        const CodUint32 julian = CodUint32((date - kZero) / kDay + 1721028), cycles = i < kDays || julian < 1721060 ? 0 : draw.below(29000);
         const std::tm tm = fieldsOf(date);
         CodDateStruct ds, day;
-        CodDate composed[2];
+        CodDate made[2];
         codGetDateStruct(date, &ds);
-        codGetDate(&composed[0], &ds);
-        exported(&composed[1], &ds);
-        julianToDate(julianDay, &day.year, &day.month, &day.day);
-        const CodInt64 second = (ds.hour * 60 + ds.minute) * 60 + ds.second, time = second * 1000000 + ds.fraction;
-        ASSERT_EQ(std::tuple(ds.year, ds.month, ds.day, ds.dayOfWeek),
-                  std::tuple(tm.tm_year + 1900, tm.tm_mon + 1, tm.tm_mday, tm.tm_wday));
-        ASSERT_EQ(std::tuple(ds.dayOfYear, ds.weekName, ds.secondOfDay, time), std::tuple(tm.tm_yday + 1, 0, second, timeOf(date))) << date;
-        ASSERT_EQ(std::tuple(day.year, day.month, day.day, composed[0]), std::tuple(ds.year, ds.month, ds.day, composed[1])) << date;
-        ASSERT_TRUE(composed[0] == date && ds.minute < 60 && ds.second < 60 && (ds.month == 0 || dateOf(tm, 0, ds.day, time) == date));
-        ASSERT_TRUE(julianDay < 2299151 || dateToJulianDay(ds.year, ds.month, ds.day) == std::max(julianDay, 2299161u)) << date;
+        codGetDate(&made[0], &ds);
+        exported(&made[1], &ds);
+        julianToDate(julian + cycles * 146097, &day.year, &day.month, &day.day);
+        const CodInt64 sec = (ds.hour * 60 + ds.minute) * 60 + ds.second, time = sec * 1000000 + ds.fraction;
+        ASSERT_EQ(std::tuple(ds.year, ds.month, ds.day, ds.weekName), std::tuple(tm.tm_year + 1900, tm.tm_mon + 1, tm.tm_mday, 0)) << date;
+        ASSERT_EQ(std::tuple(ds.dayOfYear, ds.dayOfWeek, ds.secondOfDay, time), std::tuple(tm.tm_yday + 1, tm.tm_wday, sec, timeOf(date)));
+        ASSERT_EQ(std::tuple(day.year, day.month, day.day, made[1]), std::tuple(CodUint16(ds.year + 400 * cycles), ds.month, ds.day, date));
+        ASSERT_TRUE(ds.minute < 60 && ds.second < 60 && made[0] == date && (ds.month == 0 || dateOf(tm, 0, ds.day, time) == date));
+        ASSERT_TRUE(julian < 2299151 || dateToJulianDay(ds.year, ds.month, ds.day) == std::max(julian, 2299161u)) << date;
     }
     // The Julian calendar of any four years is that of 2001 to 2004.
     for (CodUint32 n = 0; n < 2299161 - 1721424; n++) {

@@ -27,10 +27,11 @@ CodInt64 fitted(const Int &interval, CodInt64 major, int precision, int scale) {
     return within(value, value.fits_slong_p() ? size : Int(0));
 }
 
-CodInt64 anyInterval(Operands &draw, CodInt64 max) {
-    const CodInt64 few = draw.between(-30, 30), wide = CodInt64(draw.next()), any = wide % max, days = any / kDay * kDay;
-    const CodInt64 kinds[] = {few, max + few, -max - few, wide >> draw.below(64), any, days + few * 16667, INT64_MIN, INT32_MIN};
-    return kinds[draw.below(8)];
+CodInt64 anyInterval(Operands &draw, CodInt64 max, CodInt64 major) {
+    const CodInt64 few = draw.between(-30, 30), wide = CodInt64(draw.next()), ten = CodInt64(Operands::ten(draw.between(0, 8)));
+    const CodInt64 kinds[] = {max + few, few - max, wide >> draw.below(64), major * ten - few, few * (kDay + 5 * ten),
+                              INT64_MIN, INT32_MIN};
+    return kinds[draw.below(7)];
 }
 
 TEST(Interval, operationsEqualTheModelAndGiveTheKnownEdges) {
@@ -39,8 +40,8 @@ TEST(Interval, operationsEqualTheModelAndGiveTheKnownEdges) {
     const CodInt64 missing[] = {0, 1, 5, 7, 10, 13, 16}, parts[] = {1, 10, 100000, 1000000, 60000000, 3600000000, kDay};
     Operands draw(1);
     for (CodUint64 i = 0; i < cases(10); i++) {
-        const CodYMInterval ym = CodYMInterval(anyInterval(draw, kYmMax)), ym2 = CodYMInterval(anyInterval(draw, kYmMax));
-        const CodDSInterval ds = anyInterval(draw, kDsMax), ds2 = anyInterval(draw, kDsMax);
+        const CodYMInterval ym = CodYMInterval(anyInterval(draw, kYmMax, 12)), ym2 = CodYMInterval(anyInterval(draw, kYmMax, 12));
+        const CodDSInterval ds = anyInterval(draw, kDsMax, kDay), ds2 = anyInterval(draw, kDsMax, kDay);
         const CodNumber n = make((draw.next() >> draw.below(64)) | 1, draw.oneIn(2), draw.between(-40, 40));
         const int precision = draw.between(-1, 10), scale = draw.between(-1, 7), half = draw.between(0, 1), unit = draw.between(2, 5);
         const double values[] = {ym / 24.0, double(ds) / factors[unit], std::ldexp(ym, scale * 99), NAN}, value = values[draw.below(4)];
