@@ -8,8 +8,8 @@
  *    millisecond old while the thread runs.
  * 2. A `now` of 0 means "no time yet": the record is zeroed, its clock was stopped, or this process is a fork's child in which it was not
  *    started. The fork's parent goes on.
- * 3. A record must stay where it is between start and stop, in memory that the process does not share. Several records may run at once.
- * Starting and stopping one record is for one thread at a time. */
+ * 3. A record must stay where it is between start and stop, in memory that the process does not share. Several records may run at
+ *    once. Starting and stopping one record is for one thread at a time. */
 
 #include <pthread.h>
 
