@@ -361,8 +361,7 @@ bool rotate(const struct stat &status) {
 
 // True: the file was rotated.
 bool writeUnderLock(Line *line) {
-    struct stat status;
-    status.st_size = 0;
+    struct stat status = {};
     if (!ensureOpen(&status)) {
         dropLine();
         return false;

@@ -60,7 +60,7 @@ TEST(DateIso, textsReadBackInManySpellingsAndOthersAreRefused) {
         whole.replace(5 + 3 * field, 2, std::to_string(std::array{13u, 32u, 24u, 60u, 60u}[field] + digit));
         expectError(ERR_CMM_TYPECONV_ERROR, "type convert error : not a valid " + names[field], [&] { return readIso(whole, &date); });
     }
-    for (const char *rest : {"T", "Z", "  00:00", "T00:00:", "T00:00:00.", "T00:00.5", "T00:00+8", "T00:00+24", "T00:00+00:60"}) {
+    for (const char *rest : {"T", "Z", "  00:00", "T00:00:", "T00:00:00.", "T00:00.5", "T00:00+008", "T00:00+24", "T00:00+00:60"}) {
         expectError(ERR_CMM_TYPECONV_ERROR, "type convert error : the date format is invalid", [&] { return readIso(day + rest, &date); });
     }
     for (const char *refused : {"0000-12-31", "0001-01-01T00:00+00:01", "9999-12-31T23:59:59.9999995"}) {
