@@ -58,4 +58,10 @@
 
 #include <vel_infra/adr/ani_log.h>
 
+#include <vel_infra/bits/ani_bits.h>
+
+#include <vel_infra/bitops/ani_bitcolumn.h>
+#include <vel_infra/bitops/ani_bitpack.h>
+#include <vel_infra/bitops/ani_bitvec.h>
+
 #endif

@@ -7,8 +7,10 @@
 namespace cod {
 namespace {
 
-// XCR0: the operating system saves the 128-bit (bit 1) and 256-bit (bit 2) registers at a context switch.
+// XCR0: the operating system saves the 128-bit (bit 1) and 256-bit (bit 2) registers at a context switch, the mask registers (bit 5), and
+// the 512-bit ones (bits 6 and 7).
 constexpr unsigned kXcr0Ymm = 0x6;
+constexpr unsigned kXcr0Zmm = 0xE6;
 
 unsigned readXcr0() {
     unsigned low = 0;
@@ -17,29 +19,39 @@ unsigned readXcr0() {
     return low;
 }
 
-bool detectAvx2() {
+enum : unsigned char { kKnown = 1, kAvx2 = 2, kAvx512Vbmi = 4 };
+
+unsigned char detect() {
     unsigned eax = 0;
     unsigned ebx = 0;
     unsigned ecx = 0;
     unsigned edx = 0;
-    if (!__get_cpuid(1, &eax, &ebx, &ecx, &edx) || (ecx & bit_OSXSAVE) == 0 || (readXcr0() & kXcr0Ymm) != kXcr0Ymm) {
-        return false;
+    if (!__get_cpuid(1, &eax, &ebx, &ecx, &edx) || (ecx & bit_OSXSAVE) == 0 || !__get_cpuid_count(7, 0, &eax, &ebx, &ecx, &edx)) {
+        return kKnown;
     }
-    return __get_cpuid_count(7, 0, &eax, &ebx, &ecx, &edx) && (ebx & bit_AVX2) != 0;
+    constexpr unsigned kAvx512 = bit_AVX512F | bit_AVX512BW | bit_AVX512VL;
+    const unsigned saved = readXcr0();
+    unsigned char found = kKnown;
+    if ((saved & kXcr0Ymm) == kXcr0Ymm && (ebx & bit_AVX2) != 0) {
+        found |= kAvx2;
+    }
+    if ((saved & kXcr0Zmm) == kXcr0Zmm && (ebx & kAvx512) == kAvx512 && (ecx & bit_AVX512VBMI) != 0) {
+        found |= kAvx512Vbmi;
+    }
+    return found;
 }
 
-enum : unsigned char { kUnknown = 0, kNo = 1, kYes = 2 };
-constinit std::atomic<unsigned char> gAvx2{kUnknown};
+constinit std::atomic<unsigned char> gFound{0};
 
 }  // namespace
 
 CpuFeatures cpuFeatures() {
-    unsigned char known = gAvx2.load(std::memory_order_relaxed);
-    if (known == kUnknown) {
-        known = detectAvx2() ? kYes : kNo;
-        gAvx2.store(known, std::memory_order_relaxed);
+    unsigned char found = gFound.load(std::memory_order_relaxed);
+    if (found == 0) {
+        found = detect();
+        gFound.store(found, std::memory_order_relaxed);
     }
-    return {.avx2 = known == kYes};
+    return {.avx2 = (found & kAvx2) != 0, .avx512vbmi = (found & kAvx512Vbmi) != 0};
 }
 
 }  // namespace cod

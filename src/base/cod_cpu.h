@@ -7,6 +7,7 @@ namespace cod {
 
 struct CpuFeatures {
     bool avx2;
+    bool avx512vbmi;  // with F, BW and VL
 };
 
 // Any thread.

@@ -24,8 +24,13 @@
 #define COD_API_INLINE extern __inline __attribute__((gnu_inline, always_inline))
 /* A piece of such a body, not exported itself. */
 #define COD_INLINE extern __inline __attribute__((gnu_inline, always_inline))
-/* The second name, behind the definition of the function. */
+/* The second name, behind the definition of the function. GCC knows of a function compiled without exceptions that it throws none, and
+ * wants its aliases to say so. */
+#if defined(__clang__)
 #define COD_SECOND_NAME(name) COD_API __attribute__((alias(#name)))
+#else
+#define COD_SECOND_NAME(name) COD_API __attribute__((nothrow, alias(#name)))
+#endif
 
 #if defined(__SANITIZE_ADDRESS__)
 #define COD_WITH_ASAN 1
