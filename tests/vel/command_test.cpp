@@ -5,6 +5,7 @@
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
+#include <random>
 #include <string>
 #include <vector>
 
@@ -81,6 +82,9 @@ const char kNoLog[] =
     "2026-11-21 09:05:07.123 1 [INFO]x\n2026-11-21 09:05:07.123 1 [INFO\n2026-11-21 09:05:07.123 1 [INFO][errno=]: x\n"
     "2026-11-21 09:05:07.123 1 [INFO][errno=9999999999]: x";
 
+const char kPackable[] = "day\n100\n103\n104\n107\n110\n";
+const std::string kPacked("VELP\1\2\3\0\5\0\0\0\0\0\0\0day\x0E\0\0\0\x64\0\0\0\5\0\0\0\2\2\0\0\xDC\3", 37);
+
 // More different values than a column holds, after one that is common early and before one that is common late.
 std::string crowd() {
     std::string input = "v\n";
@@ -110,6 +114,11 @@ TEST_F(Command, GoodInputIsAnsweredOnStandardOutput) {
         {"profile", "p\n12.50\n\"\"\n-0.5", {" NUMBER(3,1)\n  minimum                    -0.5\n", " 12.5\n  sum  ", "mean "}},
         {"profile", "v\n1e125\n1e-120", {" -  (246 digits needed, NUMBER has 38)\n", " -  (cannot be held exactly)\n  mean "}},
         {"profile", "v\n0.1\n" + std::string(38, '9'), {std::string(38, '9') + "  (rounded)\n"}},
+        {"profile",
+         "v\n12\n\"\"\n10\n25\n",
+         {" 15.666667\n  packed bits                   5  (the text takes 4.8 times as much)\n"
+          "  packed from min               4  (the text takes 6.0 times as much)\n  packed as steps               -\n  most common"}},
+        {"profile", "v\n1\n1.5\n", {" 1.25\n  most common"}},
         {"profile",
          "d\n2026-11-21\n\n2024-02-29\n",
          {" DATE\n  earliest             2024-02-29\n  latest               2026-11-21\n  span                   996 days\n"}},
@@ -146,6 +155,13 @@ TEST_F(Command, GoodInputIsAnsweredOnStandardOutput) {
         {"error err_cmm_OUT_OF_INDEX", "", outOfIndex},
         {"error 4412", "", {"ERR_ANS_VALUE_ERROR"}},
         {"profile --help", "", {"Usage: vel profile"}},
+        {"pack - --column day -o packed", kPackable, {"5 values, 37 bytes, 59.2 bits each, 1.54 of the text, packed\n"}},
+        {"pack -d ';' -c 2 -o packed", "a;2\n5;6\n", {"1 value, 33 bytes, 264.0 bits each, 8.25 of the text, packed\n"}},
+        {"unpack packed", "", {"2\n6\n"}},
+        {"pack in --no-header -c 'column 2' -o packed", "x,6\nx,7\n", {"2 values, 41 bytes"}},
+        {"unpack - < packed", "", {"column 2\n6\n7\n"}},
+        {"pack -c 'a,\"b' -o packed", "\"a,\"\"b\"\n", {"0 values, 20 bytes, 0.0 bits each"}},
+        {"unpack packed", "", {"\"a,\"\"b\"\n"}},
     };
     for (const auto &row : rows) {
         const Outcome outcome = run(row.arguments, row.input);
@@ -195,6 +211,26 @@ TEST_F(Command, FailuresAreOneLineOnStandardErrorAndNoOutput) {
         {"log /proc/self/mem", "", 1, "VEL-00207 failed to parse /proc/self/mem, row 1: errno 5, [^\n]*; VEL-00328 read file failed"},
         {"profile --log missing", good, 1, "VEL-00319 failed to open directory missing, errno 2, [^\n]*"},
         {"profile --log in", good, 1, "VEL-00319 failed to open directory in, errno 20, [^\n]*"},
+        {"pack -c v -o packed", "v\n1\n-1\n", 1, parse + "3: \"-1\" is no whole number from 0 to 4294967295 in plain digits"},
+        {"pack -c v -o packed", "v\n4294967296", 1, parse + "2: \"4294967296\" is no whole number from 0 to 4294967295 in plain digits"},
+        {"pack -c v -o packed", "v\n007", 1, parse + "2: \"007\" is no whole number from 0 to 4294967295 in plain digits"},
+        {"pack -c w -o packed", "v,w\n1,2\n3,\n", 1, parse + "3: the field is empty"},
+        {"pack -c w -o packed", "v,w\n1\n", 1, parse + "2: expected 2 fields, found 1"},
+        {"pack -c v -o packed", "v,v\n1,2\n", 1, parse + "1: column \"v\" is named twice"},
+        {"pack -c 1 -o packed", std::string(1025, 'n'), 1, parse + "1: the name of column 1 is longer than 1024 bytes"},
+        {"pack -c v -o packed", "", 1, parse + "1: the input is empty"},
+        {"pack -c 0 -o packed", good, 1, invalid + "there is no column \"0\" in standard input"},
+        {"pack -c a -o missing/packed", good, 1, "VEL-00311 failed to create file missing/packed, errno 2, [^\n]*"},
+        {"pack -c a -o /dev/null", good, 1, "VEL-00331 file /dev/null is invalid, reason: there is [^\n]*"},
+        {"pack -c a -o -", good, 2, "vel: [^\n]+"},
+        {"pack -c a", good, 2, "vel: [^\n]+"},
+        {"pack -o packed", good, 2, "vel: [^\n]+"},
+        {"unpack missing", "", 1, "VEL-00313 failed to open file missing, errno 2, [^\n]*"},
+        {"unpack in", "VELP", 1, "VEL-00331 file in is invalid, reason: it is no packed column"},
+        {"unpack", good + good, 1, "VEL-00331 file standard input is invalid, reason: it is no packed column"},
+        {"unpack", "VELP\2" + kPacked.substr(5), 1, "VEL-00331 file [^\n]* its version is 2, not 1"},
+        {"unpack", "VELP\1\4" + kPacked.substr(6), 1, "VEL-00331 file [^\n]* its head is damaged"},
+        {"unpack > /dev/full", kPacked, 1, lost + "28, [^\n]*"},
         {"error 4294967508", "", 1, invalid + "there is no error \"4294967508\""},
         {"error VEL-ERR_CMM_OUT_OF_INDEX", "", 1, invalid + "there is no error \"VEL-ERR_CMM_OUT_OF_INDEX\""},
         {"error 212x", "", 1, invalid + "there is no error \"212x\""},
@@ -217,6 +253,48 @@ TEST_F(Command, FailuresAreOneLineOnStandardErrorAndNoOutput) {
         EXPECT_EQ(outcome.status, row.status) << row.arguments;
         EXPECT_EQ(outcome.out, "") << row.arguments;
         EXPECT_THAT(outcome.err, testing::MatchesRegex(row.error + "\n")) << row.arguments;
+        EXPECT_EQ(std::distance(std::filesystem::directory_iterator(folder), {}), 3) << row.arguments << " leaves a file behind";
+    }
+}
+
+TEST_F(Command, PacksAColumnAndUnpacksTheSameText) {
+    EXPECT_EQ(run("pack -c day -o packed", kPackable).err, "");
+    EXPECT_EQ(read("packed"), kPacked);
+    std::mt19937 random(5);
+    for (const uint32_t count : {0u, 1u, 65535u, 65536u, 65537u, 200000u}) {
+        for (const uint32_t range : {0u, 1u, 1000u, UINT32_MAX}) {
+            for (const bool isRising : {false, true}) {
+                std::string text = "v\n";
+                uint32_t value = 0;
+                for (uint32_t i = 0; i < count; i++) {
+                    const auto part = static_cast<uint32_t>(random()) & range;
+                    value = isRising ? value + part / (count + 1) : part;
+                    text += std::to_string(value) + "\n";
+                }
+                EXPECT_EQ(run("pack in -c v -o packed", text).err, "");
+                const Outcome back = run("unpack packed", "");
+                EXPECT_TRUE(back.status == 0 && back.out == text) << count << " values to " << range << back.err;
+            }
+        }
+    }
+}
+
+// A chunk is written as a whole or not at all, and a file that ends too early never succeeds.
+TEST_F(Command, DamagedPackedFilesFailInOneLine) {
+    std::vector<std::string> files = {kPacked + "\n"};
+    for (size_t size = 0; size < kPacked.size(); size++) {
+        files.push_back(kPacked.substr(0, size));
+    }
+    const std::pair<size_t, int> changes[] = {{5, 3},  {8, 4},  {8, 6},  {15, -1}, {19, 11}, {19, 15}, {22, -1},
+                                              {27, 0}, {30, 1}, {31, 1}, {31, 33}, {32, 1},  {32, 3},  {33, 1}};
+    for (const auto &[offset, byte] : changes) {
+        files.push_back(kPacked);
+        files.back()[offset] = static_cast<char>(byte);
+    }
+    for (const std::string &file : files) {
+        const Outcome outcome = run("unpack", file);
+        EXPECT_THAT(outcome.err, testing::MatchesRegex("VEL-00331 file standard input is invalid, reason: [^\n]+\n"));
+        EXPECT_TRUE(outcome.status == 1 && std::string(kPackable).starts_with(outcome.out)) << testing::PrintToString(file);
     }
 }
 

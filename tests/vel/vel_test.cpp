@@ -14,6 +14,7 @@
 #include <vel_infra/error/ani_error_base.h>
 
 #include "log_profile.h"
+#include "packed_column.h"
 #include "table_profile.h"
 #include "work_memory.h"
 
@@ -165,7 +166,11 @@ TEST_F(VelTest, AFailedAllocationIsReportedAndNothingLeaks) {
             const std::string line = "2026-11-21 09:05:07.123 1 [WARN][errno=" + std::to_string(code) + "]: x\n";
             COD_TRY(log.feed(line.data(), line.size()));
         }
-        return log.finish();
+        COD_TRY(log.finish());
+        ColumnPacker packer(nullptr);
+        COD_TRY(packer.init());
+        ColumnUnpacker unpacker("input", stdout);
+        return unpacker.init();
     };
     CodResult result = COD_ERROR;
     for (int n = 0; result != COD_SUCCESS; n++) {
@@ -258,6 +263,42 @@ TEST(NumericProfileTest, AgreesWithIntegers) {
         const size_t precision = digitsOf(std::max(-*values.begin(), *values.rbegin())).size();
         EXPECT_EQ(figuresOf(texts), std::to_string(precision) + "," + std::to_string(scale) + " " + textOf(*values.begin(), scale) + " " +
                                         textOf(*values.rbegin(), scale) + " " + textOf(sum, scale) + " " + textOf(mean, scale + 6));
+    }
+}
+
+// "bits from-minimum steps" of the values, each with a comma behind it; -1 where packing is not possible.
+std::string bitsOf(const std::string &values) {
+    NumericProfile numbers;
+    IntegerProfile integers;
+    std::istringstream stream(values);
+    for (std::string value; std::getline(stream, value, ',');) {
+        numbers.add({value.data(), static_cast<CodUint32>(value.size()), 0}, true);
+        integers.add(numbers.latest(), static_cast<CodUint32>(value.size()));
+    }
+    EXPECT_EQ(codGetErrorStackDepth(), 0u) << values;
+    return !integers.isIntegers() ? "none"
+                                  : std::to_string(integers.bits()) + " " + std::to_string(integers.bitsFromMinimum()) + " " +
+                                        std::to_string(integers.bitsOfSteps());
+}
+
+TEST(IntegerProfileTest, TellsTheBitsOfAColumn) {
+    const std::pair<std::string, std::string> rows[] = {
+        {"", "none"},
+        {"0", "0 0 0"},
+        {"255", "8 0 0"},
+        {"256,256,257", "9 1 1"},
+        {"7,3", "3 3 -1"},
+        {"1e1, 12.0 ,+15", "4 3 2"},
+        {"-1,0,0", "-1 1 1"},
+        {"1,2.5,3", "none"},
+        {"0,18446744073709551615", "none"},
+        {"-9223372036854775808,9223372036854775807", "-1 64 64"},
+        {"9223372036854775808", "none"},
+        {"-9223372036854775809,1", "none"},
+        {"0,4294967296,4294967297", "33 33 33"},
+    };
+    for (const auto &[values, expected] : rows) {
+        EXPECT_EQ(bitsOf(values), expected) << values;
     }
 }
 
