@@ -34,6 +34,9 @@ CodResult ColumnProfile::add(const CodText &field) {
     bool isNew = false;
     COD_TRY(values_.add(field, &isNew));
     numbers_.add(field, isNew);
+    if (numbers_.isNumeric()) {
+        integers_.add(numbers_.latest(), field.len);
+    }
     dates_.add(field, isNew);
     return isNew ? addToEstimate(field) : COD_SUCCESS;
 }

@@ -2,6 +2,7 @@
 #define VEL_COLUMN_PROFILE_H
 
 #include "date_profile.h"
+#include "integer_profile.h"
 #include "numeric_profile.h"
 #include "value_store.h"
 
@@ -51,6 +52,10 @@ public:
     const NumericProfile &numbers() const {
         return numbers_;
     }
+    // While numbers() are numeric.
+    const IntegerProfile &integers() const {
+        return integers_;
+    }
     const DateProfile &dates() const {
         return dates_;
     }
@@ -70,6 +75,7 @@ private:
     ExtremeValue longest_;
     ValueStore values_;
     NumericProfile numbers_;
+    IntegerProfile integers_;
     DateProfile dates_;
     CodUint8 *registers_ = nullptr;
 };

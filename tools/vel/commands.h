@@ -31,6 +31,20 @@ struct ProfileCommand {
 };
 CodResult runProfile(const ProfileCommand &command, WorkDone *done);
 
+struct PackCommand {
+    const char *file;  // "-": standard input
+    char delimiter;
+    bool hasHeader;
+    const char *column;  // its name, or its number from 1
+    const char *output;
+};
+CodResult runPack(const PackCommand &command, WorkDone *done);
+
+struct UnpackCommand {
+    const char *file;  // "-": standard input
+};
+CodResult runUnpack(const UnpackCommand &command, WorkDone *done);
+
 // Flushes standard output, which is standard error from then on. Errors: ERR_CMM_FILE_OPER when anything written to it was lost.
 CodResult finishOutput();
 

@@ -140,4 +140,10 @@ CodResult CsvReader::raiseInField(const char *what) const {
     return codRaise(ERR_CMM_PARSER_ERROR, name_, rows_ + 1, reason);
 }
 
+CodResult raiseFieldCount(const char *name, CodUint64 row, CodUint64 expected, CodUint64 found) {
+    char reason[96];
+    snprintf(reason, sizeof(reason), "expected %lu field%s, found %lu", expected, expected == 1 ? "" : "s", found);
+    return codRaise(ERR_CMM_PARSER_ERROR, name, row, reason);
+}
+
 }  // namespace vel

@@ -65,6 +65,9 @@ private:
     CodUint64 fieldsOfRow_ = 0;  // finished, of the row being read
 };
 
+// ERR_CMM_PARSER_ERROR for a row that has another number of fields than the first one.
+CodResult raiseFieldCount(const char *name, CodUint64 row, CodUint64 expected, CodUint64 found);
+
 }  // namespace vel
 
 #endif

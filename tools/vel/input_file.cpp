@@ -8,31 +8,15 @@
 #include <cstring>
 
 #include <vel_infra/error/ani_error_base.h>
-#include <vel_infra/memory/ani_allocator.h>
 
 #include "progress.h"
+#include "work_memory.h"
 
 namespace vel {
 
 namespace {
 
 constexpr CodUint64 kPieceSize = 262144;
-
-class PieceBuffer {
-public:
-    ~PieceBuffer() {
-        codSysFree(memory_);
-    }
-    CodResult init() {
-        return codSysAlloc(kPieceSize, &memory_);
-    }
-    char *bytes() const {
-        return static_cast<char *>(memory_);
-    }
-
-private:
-    void *memory_ = nullptr;
-};
 
 ssize_t readPiece(int fd, char *buffer) {
     ssize_t size;
@@ -66,19 +50,19 @@ CodResult InputFile::openForReading() {
 }
 
 CodResult InputFile::readAll(PieceSink *sink, const char *unit) const {
-    PieceBuffer buffer;
+    SystemBuffer buffer;
     Progress progress(unit);
-    COD_TRY(buffer.init());
+    COD_TRY(buffer.init(kPieceSize));
     CodUint64 bytes = 0;
     for (;;) {
-        const ssize_t size = readPiece(fd_, buffer.bytes());
+        const ssize_t size = readPiece(fd_, buffer.as<char>());
         if (size < 0) {
             return raiseReadError(errno, sink->rows() + 1);
         }
         if (size == 0) {
             return sink->finish();
         }
-        COD_TRY(sink->feed(buffer.bytes(), static_cast<CodUint64>(size)));
+        COD_TRY(sink->feed(buffer.as<char>(), static_cast<CodUint64>(size)));
         bytes += static_cast<CodUint64>(size);
         progress.show(bytes, sink->rows());
     }

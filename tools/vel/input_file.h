@@ -27,7 +27,8 @@ public:
 
     // Errors: ERR_CMM_OPEN_FILE, also for a folder.
     CodResult openForReading();
-    // Feeds the whole file to the sink, which is finished then. unit is what its rows are called where the progress is shown: "row".
+    // Feeds the whole file to the sink, which is finished then. unit is what its rows are called where the progress is shown: "row";
+    // null shows none.
     // Errors: the sink's; ERR_CMM_READ_FILE, below an ERR_CMM_PARSER_ERROR that tells the row; those of codSysAlloc.
     CodResult readAll(PieceSink *sink, const char *unit) const;
     // For messages.

@@ -29,7 +29,10 @@ constexpr char kProfileDetails[] =
     "is shown. Values are cut to fit a line; control characters and bytes that are not UTF-8 are shown as \\n, \\t or \\xNN.\n"
     "\n"
     "A column whose values all are decimal numbers, with at most 38 digits, has five lines more: the smallest NUMBER(precision, scale)\n"
-    "that holds them, minimum, maximum, exact sum and mean.\n"
+    "that holds them, minimum, maximum, exact sum and mean. When all are whole numbers of at most 64 bits, three lines tell the bits that\n"
+    "each value takes when the column is packed: as it stands, less the smallest value, and as the step from the value before; \"-\" "
+    "where\n"
+    "a negative value or a falling one does not allow it.\n"
     "\n"
     "A column whose values all are dates of ISO 8601, such as 2026-11-21, 2026-11-21T09:05:07.5 or 2026-11-21 09:05+08:00, has four lines\n"
     "more: DATE, or TIMESTAMP when any of them has a time of day, the earliest and the latest one, and the span between them in days, or\n"
@@ -57,15 +60,41 @@ constexpr char kLogDetails[] =
 
 constexpr char kErrorHelp[] = "The name, message template and SQL state of an error code.";
 
+constexpr char kPackHelp[] = "Pack a column of whole numbers of a CSV file.";
+
+constexpr char kPackDetails[] =
+    "Every field of the column must be a whole number from 0 to 4294967295, with digits alone and no leading zeros, so that vel unpack\n"
+    "writes the same text again. One line tells the values, the bytes of the file, bits for each value, and the part of the text that the\n"
+    "file takes. The file appears when it is whole, and replaces one of the same name; after a failure there is none.\n"
+    "\n"
+    "Memory does not grow with the number of rows.\n"
+    "\n"
+    "Exit status: 0 success, 1 failure, 2 wrong usage.\n";
+
+constexpr char kUnpackHelp[] = "Write a packed column as text.";
+
+constexpr char kUnpackDetails[] =
+    "The name of the column is the first line, quoted as CSV where need be; then every value has a line. When the file turns out not to "
+    "be\n"
+    "whole, the values before the fault have been written: the exit status and the message tell.\n"
+    "\n"
+    "Memory does not grow with the size of the file.\n"
+    "\n"
+    "Exit status: 0 success, 1 failure, 2 wrong usage.\n";
+
 struct CommandLine {
     CLI::App app{"Tools of the infrastructure library: look at data and errors the way the database server does.", "vel"};
     CLI::App *error = nullptr;
     CLI::App *log = nullptr;
+    CLI::App *pack = nullptr;
     CLI::App *profile = nullptr;
+    CLI::App *unpack = nullptr;
     std::string code;
     std::string file = "-";
     std::string delimiter = ",";
+    std::string column;
     std::string columns;
+    std::string output;
     std::string logFolder;
     bool hasNoHeader = false;
     CLI::Option *columnsOption = nullptr;
@@ -86,6 +115,11 @@ std::string checkFolder(std::string &text) {
     return text.empty() ? "the folder has no name" : "";
 }
 
+// A file is written in more than one go, which standard output does not allow.
+std::string checkOutput(std::string &text) {
+    return text.empty() || text == "-" ? "the output must be a file" : "";
+}
+
 CLI::App *declareCommand(CommandLine *line, const char *name, const char *help) {
     CLI::App *command = line->app.add_subcommand(name, help);
     command->add_option("--log", line->logFolder, "Keep a log of the command's own work in run.log in this folder")
@@ -98,6 +132,30 @@ void declareFile(CommandLine *line, CLI::App *command) {
     command->add_option("FILE", line->file, "The file to read; standard input when absent or -")->type_name("");
 }
 
+void declareCsv(CommandLine *line, CLI::App *command) {
+    declareFile(line, command);
+    command->add_option("-d,--delimiter", line->delimiter, "One byte between fields, \\t or tab for a tabulator; a comma when absent")
+        ->type_name("C")
+        ->transform(CLI::Validator(checkDelimiter, "", "delimiter"));
+    command->add_flag("--no-header", line->hasNoHeader, "The first row is data; columns are called \"column 1\" and so on");
+}
+
+void declarePack(CommandLine *line) {
+    line->pack = declareCommand(line, "pack", kPackHelp);
+    line->pack->footer(kPackDetails);
+    declareCsv(line, line->pack);
+    line->pack->add_option("-c,--column", line->column, "The column, by name or number from 1; a name goes before a number")
+        ->type_name("NAME")
+        ->required();
+    line->pack->add_option("-o,--output", line->output, "The packed file to write")
+        ->type_name("OUT")
+        ->required()
+        ->transform(CLI::Validator(checkOutput, "", "output"));
+    line->unpack = declareCommand(line, "unpack", kUnpackHelp);
+    line->unpack->footer(kUnpackDetails);
+    declareFile(line, line->unpack);
+}
+
 void declare(CommandLine *line) {
     line->app.require_subcommand(1);
     line->error = declareCommand(line, "error", kErrorHelp);
@@ -107,15 +165,12 @@ void declare(CommandLine *line) {
     declareFile(line, line->log);
     line->profile = declareCommand(line, "profile", kProfileHelp);
     line->profile->footer(kProfileDetails);
-    declareFile(line, line->profile);
-    line->profile->add_option("-d,--delimiter", line->delimiter, "One byte between fields, \\t or tab for a tabulator; a comma when absent")
-        ->type_name("C")
-        ->transform(CLI::Validator(checkDelimiter, "", "delimiter"));
-    line->profile->add_flag("--no-header", line->hasNoHeader, "The first row is data; columns are called \"column 1\" and so on");
+    declareCsv(line, line->profile);
     line->columnsOption = line->profile
                               ->add_option("-c,--columns", line->columns,
                                            "Only these columns, by name or number from 1, separated by commas; a name goes before a number")
                               ->type_name("LIST");
+    declarePack(line);
 }
 
 CodResult runCommand(const CommandLine &line, vel::WorkDone *done) {
@@ -124,6 +179,12 @@ CodResult runCommand(const CommandLine &line, vel::WorkDone *done) {
     }
     if (*line.log) {
         return vel::runLog({line.file.c_str()}, done);
+    }
+    if (*line.unpack) {
+        return vel::runUnpack({line.file.c_str()}, done);
+    }
+    if (*line.pack) {
+        return vel::runPack({line.file.c_str(), line.delimiter[0], !line.hasNoHeader, line.column.c_str(), line.output.c_str()}, done);
     }
     const char *columns = line.columnsOption->count() > 0 ? line.columns.c_str() : nullptr;
     return vel::runProfile({line.file.c_str(), line.delimiter[0], !line.hasNoHeader, columns}, done);

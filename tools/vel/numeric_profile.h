@@ -20,6 +20,10 @@ public:
     bool isNumeric() const {
         return !isText_ && hasNumbers_;
     }
+    // The number added last.
+    const CodNumber &latest() const {
+        return waiting_[(waitingCount_ + kMostWaiting - 1) % kMostWaiting];
+    }
     const CodNumber &minimum() const {
         return minimum_;
     }

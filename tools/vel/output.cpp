@@ -1,11 +1,9 @@
-#include <errno.h>
 #include <unistd.h>
 
 #include <cstdio>
 
-#include <vel_infra/error/ani_error_base.h>
-
 #include "commands.h"
+#include "output_file.h"
 
 namespace vel {
 
@@ -15,7 +13,7 @@ CodResult finishOutput() {
     // Nothing since a write that failed has touched errno. What the stream still holds may be lost only here.
     const bool hadFault = ferror(stdout) != 0;
     if (fflush(stdout) != 0 || hadFault || close(dup(STDOUT_FILENO)) != 0) {
-        return codRaise(ERR_CMM_FILE_OPER, "write to standard output", codSysErrDesc(static_cast<CodUint32>(errno)));
+        return raiseWriteError("standard output");
     }
     dup2(STDERR_FILENO, STDOUT_FILENO);
     return COD_SUCCESS;

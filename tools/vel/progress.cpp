@@ -16,7 +16,8 @@ constexpr CodInstant kInterval = 300'000'000;  // nanoseconds
 
 }  // namespace
 
-Progress::Progress(const char *unit) : unit_(unit), isTerminal_(isatty(STDERR_FILENO) == 1), nextTime_(codInstantNow() + kInterval) {}
+Progress::Progress(const char *unit)
+    : unit_(unit), isTerminal_(unit != nullptr && isatty(STDERR_FILENO) == 1), nextTime_(codInstantNow() + kInterval) {}
 
 Progress::~Progress() {
     if (isShown_) {

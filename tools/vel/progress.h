@@ -8,7 +8,7 @@ namespace vel {
 // A line on standard error that tells how far a long run is, when standard error is a terminal. It is erased when the progress ends.
 class Progress {
 public:
-    // What is counted beside the bytes: "row".
+    // What is counted beside the bytes: "row". Null: there is no line.
     explicit Progress(const char *unit);
     ~Progress();
     Progress(const Progress &) = delete;

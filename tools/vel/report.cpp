@@ -94,6 +94,25 @@ void writeNumbers(FILE *out, const NumericProfile &numbers) {
     }
 }
 
+void writeBits(FILE *out, const char *label, const IntegerProfile &integers, CodInt32 bits) {
+    if (bits == IntegerProfile::kNotPackable) {
+        writeLine(out, label, "-");
+        return;
+    }
+    char note[64] = "  (all values are equal)";
+    if (bits > 0) {
+        snprintf(note, sizeof(note), "  (the text takes %.1f times as much)", integers.ratioOfText(bits));
+    }
+    writeFigure(out, label, false, static_cast<CodUint64>(bits));
+    fprintf(out, "%s\n", note);
+}
+
+void writeIntegers(FILE *out, const IntegerProfile &integers) {
+    writeBits(out, "packed bits", integers, integers.bits());
+    writeBits(out, "packed from min", integers, integers.bitsFromMinimum());
+    writeBits(out, "packed as steps", integers, integers.bitsOfSteps());
+}
+
 void writeDate(FILE *out, const char *label, CodDate date) {
     char text[COD_DATE_ISO_SIZE];
     CodText written = {text, 0, 0};
@@ -134,6 +153,9 @@ void writeColumn(FILE *out, const TableColumn &column) {
     writeExtreme(out, "longest bytes", profile, profile.longest());
     if (profile.numbers().isNumeric()) {
         writeNumbers(out, profile.numbers());
+        if (profile.integers().isIntegers()) {
+            writeIntegers(out, profile.integers());
+        }
     } else if (profile.dates().isDates()) {
         writeDates(out, profile.dates());
     }

@@ -104,7 +104,7 @@ CodResult TableProfile::onRow() {
     if (rows_ == 0) {
         COD_TRY(selectColumns());
     } else if (fieldsOfRow_ != columnCount()) {
-        return raiseFieldCount();
+        return raiseFieldCount(options_.name, rows_ + 1, columnCount(), fieldsOfRow_);
     }
     rows_++;
     fieldsOfRow_ = 0;
@@ -176,12 +176,6 @@ void TableProfile::shareMemory() {
 
 CodResult TableProfile::raiseInRow(const char *reason) const {
     return codRaise(ERR_CMM_PARSER_ERROR, options_.name, rows_ + 1, reason);
-}
-
-CodResult TableProfile::raiseFieldCount() const {
-    char reason[96];
-    snprintf(reason, sizeof(reason), "expected %u field%s, found %lu", columnCount(), columnCount() == 1 ? "" : "s", fieldsOfRow_);
-    return raiseInRow(reason);
 }
 
 }  // namespace vel

@@ -69,7 +69,6 @@ private:
     TableColumn *findColumn(const CodText &nameOrNumber) const;
     void shareMemory();
     CodResult raiseInRow(const char *reason) const;
-    CodResult raiseFieldCount() const;
 
     TableProfileOptions options_;
     MemoryPool *pool_ = nullptr;

@@ -2,6 +2,7 @@
 #define VEL_WORK_MEMORY_H
 
 #include <vel_infra/collection/ani_hashmap.h>
+#include <vel_infra/memory/ani_allocator.h>
 #include <vel_infra/memory/ani_memory.h>
 
 namespace vel {
@@ -26,6 +27,29 @@ public:
 private:
     MemoryPool pool_ = {};
     bool isCreated_ = false;
+};
+
+// Bytes from the system allocator.
+class SystemBuffer {
+public:
+    SystemBuffer() = default;
+    ~SystemBuffer() {
+        codSysFree(memory_);
+    }
+    SystemBuffer(const SystemBuffer &) = delete;
+    SystemBuffer &operator=(const SystemBuffer &) = delete;
+
+    // Once. Errors: those of codSysAlloc.
+    CodResult init(CodUint64 size) {
+        return codSysAlloc(size, &memory_);
+    }
+    template <class T>
+    T *as() const {
+        return static_cast<T *>(memory_);
+    }
+
+private:
+    void *memory_ = nullptr;
 };
 
 // A map whose entries are carved from a context and end with it. Its buckets come from the system allocator.
