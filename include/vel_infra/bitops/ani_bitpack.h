@@ -74,13 +74,12 @@ typedef const void *(*CodUnpack32Block)(const void *in, CodUint32 *out);
 typedef const void *(*CodUnpack64Block)(const void *in, CodUint64 *out);
 
 /* M(N) for each vector width, and for each width. */
-#define COD_FOR_EACH_SIMD_WIDTH(M)                                                                                                       \
-    M(1)                                                                                                                                 \
-    M(2)                                                                                                                                 \
-    M(3)                                                                                                                                 \
-    M(4)                                                                                                                                 \
-    M(5) M(6) M(7) M(8) M(9) M(10) M(11) M(12) M(13) M(14) M(15) M(16) M(17) M(18) M(19) M(20) M(21) M(22) M(23) M(24) M(25) M(26) M(27) \
-        M(28) M(29) M(30) M(31)
+/* clang-format off */
+#define COD_FOR_EACH_SIMD_WIDTH(M)                                                  \
+    M(1) M(2) M(3) M(4) M(5) M(6) M(7) M(8) M(9) M(10) M(11) M(12) M(13) M(14)      \
+    M(15) M(16) M(17) M(18) M(19) M(20) M(21) M(22) M(23) M(24) M(25) M(26) M(27)   \
+    M(28) M(29) M(30) M(31)
+/* clang-format on */
 #define COD_FOR_EACH_WIDTH(M) M(0) COD_FOR_EACH_SIMD_WIDTH(M) M(32)
 
 #define COD_DECLARE_BLOCKS(N)                                         \
