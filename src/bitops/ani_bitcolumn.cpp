@@ -56,10 +56,14 @@ struct FrameOfReference {
         (void)before;
         return value - base;
     }
-    static void restore(CodUint32 *values, CodUint32 count, CodUint32 *base) {
+    // False: a value is beyond 32 bits.
+    static bool restore(CodUint32 *values, CodUint32 count, CodUint32 *base) {
+        CodUint32 largest = 0;
         for (CodUint32 i = 0; i < count; i++) {
+            largest = std::max(largest, values[i]);
             values[i] += *base;
         }
+        return largest <= ~*base;
     }
 };
 
@@ -70,13 +74,14 @@ struct Delta {
         (void)base;
         return value - before;
     }
-    static void restore(CodUint32 *values, CodUint32 count, CodUint32 *base) {
-        CodUint32 sum = *base;
+    static bool restore(CodUint32 *values, CodUint32 count, CodUint32 *base) {
+        CodUint64 sum = *base;
         for (CodUint32 i = 0; i < count; i++) {
             sum += values[i];
-            values[i] = sum;
+            values[i] = static_cast<CodUint32>(sum);
         }
-        *base = sum;
+        *base = static_cast<CodUint32>(sum);
+        return sum <= UINT32_MAX;
     }
 };
 
@@ -129,7 +134,9 @@ CodResult decode(const void *in, CodUint32 inBytes, CodUint32 *values, CodUint32
         const CodUint32 part = std::min(header.count - done, kChunk);
         const CodUint32 bytes = static_cast<CodUint32>(packedBytes(part, header.width));
         COD_TRY(codUnpack32Checked(packed, bytes, header.width, values + done, part));
-        Coding::restore(values + done, part, &header.base);
+        if (!Coding::restore(values + done, part, &header.base)) {
+            return codRaise(ERR_CMM_INVALID_PARAMETER, "a value of the column is beyond 32 bits");
+        }
         packed += bytes;
     }
     *count = header.count;

@@ -29,9 +29,9 @@ COD_API CodUint32 codBitsOfMax32(const CodUint32 *values, CodUint32 count);
 /* Frame of reference: each value less the smallest one. *size becomes the bytes written.
  * Errors: ERR_CMM_BUFFER_SIZE_TOO_SMALL when outSize does not hold them. */
 COD_NODISCARD COD_API CodResult codForEncode32(const CodUint32 *values, CodUint32 count, void *out, CodUint32 outSize, CodUint32 *size);
-/* Unpacks all values; *count becomes their number.
- * Errors: ERR_CMM_INVALID_PARAMETER for bytes that are no frame of reference, ERR_CMM_BUFFER_SIZE_TOO_SMALL when they are too few for the
- * values that they promise, or `capacity` is. */
+/* Unpacks all values; *count becomes their number. On failure some may have been written.
+ * Errors: ERR_CMM_INVALID_PARAMETER for bytes that are no frame of reference, or whose values exceed 32 bits, ERR_CMM_BUFFER_SIZE_TOO_SMALL
+ * when they are too few for the values that they promise, or `capacity` is. */
 COD_NODISCARD COD_API CodResult codForDecode32(const void *in, CodUint32 inBytes, CodUint32 *values, CodUint32 capacity, CodUint32 *count);
 
 /* Delta: each value less the one before, for values that never fall. Errors: ERR_CMM_INVALID_PARAMETER when one does, and as above. */
