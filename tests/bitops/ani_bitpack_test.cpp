@@ -49,7 +49,7 @@ void checkValues(CodUint32 width, const Bytes &packed, const std::vector<CodUint
         Bytes bitmap((len + 7) / 8);
         for (CodUint32 at = 0; at < len; at++) {
             const CodUint32 v = values[at];
-            bitmap[at / 8] |= static_cast<CodUint8>((std::array{v == c, v != c, (v < c), v <= c, (v > c), v >= c}[op]) << at % 8);
+            bitmap[at / 8] |= static_cast<CodUint8>((std::array{v == c, v != c, (v < c), v <= c, (v > c), v >= c}[i % 6]) << at % 8);
         }
         expectMoves(packed, bitmap, [=](auto in, auto out) { return codPackedCompare32(in, width, len, op, c, out) == COD_SUCCESS; });
     }
