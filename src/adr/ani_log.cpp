@@ -21,9 +21,13 @@
 
 #include "base/cod_ascii.h"
 #include "base/cod_fork_lock.h"
+#include "base/cod_relaxed.h"
 #include "base/cod_thread.h"
 #include "error/ani_error_format_internal.h"
 #include "utils/ani_field_text_internal.h"
+
+using cod::loadRelaxed;
+using cod::storeRelaxed;
 
 namespace {
 
@@ -72,16 +76,6 @@ struct ThreadState {
 };
 COD_THREAD_LOCAL(ThreadState, threadState, {});
 
-template <class T>
-void set(T *setting, T value) {
-    __atomic_store_n(setting, value, __ATOMIC_RELAXED);
-}
-
-template <class T>
-T get(const T *setting) {
-    return __atomic_load_n(setting, __ATOMIC_RELAXED);
-}
-
 CodInt64 threadId() {
     ThreadState &state = threadState();
     if (COD_UNLIKELY(state.id == 0)) {
@@ -91,7 +85,7 @@ CodInt64 threadId() {
 }
 
 CodDate localTime() {
-    const CodDate cached = codTimerLocalTime(get(&logTimer));
+    const CodDate cached = codTimerLocalTime(loadRelaxed(&logTimer));
     return cached > 0 ? cached : codSysdate();
 }
 
@@ -146,7 +140,7 @@ void endMessage(Line *line, CodUint32 begin) {
 }
 
 void addBlockTime(Line *line) {
-    const CodDate now = codTimerLocalTime(get(&logTimer));
+    const CodDate now = codTimerLocalTime(loadRelaxed(&logTimer));
     if (threadState().logBlockTime && line->time > 0 && now > 0 && now - line->time > kBlockTime) {
         line->add("(block time: %lu ms)", static_cast<unsigned long>(now - line->time) / 1000);
     }
@@ -272,7 +266,7 @@ void dropLine() {
 // The line, and before it, when some were dropped, the line that tells how many. Both or none: a disk that is nearly full is not filled
 // with the latter. Returns the bytes written, 0 on failure.
 CodUint32 writeWithNote(const Line &line, off_t sizeBefore) {
-    const CodUint64 dropped = get(&droppedLines);
+    const CodUint64 dropped = loadRelaxed(&droppedLines);
     if (COD_LIKELY(dropped == 0)) {
         return writeAll(line.text, line.length, sizeBefore) ? line.length : 0;
     }
@@ -306,7 +300,7 @@ bool chooseDistinctPath(char (&path)[kPathSize]) {
 }
 
 bool chooseRotatedPath(char (&path)[kPathSize]) {
-    return get(&hasDistinctNames) ? chooseDistinctPath(path) : formatRotatedPath(localTime(), path);
+    return loadRelaxed(&hasDistinctNames) ? chooseDistinctPath(path) : formatRotatedPath(localTime(), path);
 }
 
 // Processes that write one file, as after a fork, rotate it one after another: the lock is the process's, on the file itself, and goes with
@@ -374,7 +368,7 @@ bool writeUnderLock(Line *line) {
         return false;
     }
     const CodUint64 size = static_cast<CodUint64>(status.st_size) + written;
-    return logFile.isRegular && size > get(&logSize) && rotate(status);
+    return logFile.isRegular && size > loadRelaxed(&logSize) && rotate(status);
 }
 
 bool isRotatedName(const char *name) {
@@ -414,7 +408,7 @@ CodUint32 countRotated(const char *path, char (&oldest)[kRotatedNameLength]) {
 // Two threads may do this at once: one whose file the other has removed stops.
 void removeOldFiles(const char *directory) {
     char oldest[kRotatedNameLength];
-    const CodUint32 kept = std::max(get(&logCount), CodUint32{1});
+    const CodUint32 kept = std::max(loadRelaxed(&logCount), CodUint32{1});
     while (countRotated(directory, oldest) >= kept) {
         char path[kPathSize + kRotatedNameLength];
         snprintf(path, sizeof(path), "%s/%s", directory, oldest);
@@ -523,7 +517,7 @@ CodResult aniInitRunLog(const char *path, const CodTimer *timer) {
     } else {
         memcpy(logFile.logPath, path, length);
         logFile.logPath[length] = '\0';
-        set(&logTimer, timer);
+        storeRelaxed(&logTimer, timer);
         struct stat status;
         isOpen = openLogFile(&status);
         logFile.logPath[isOpen ? length : 0] = '\0';
@@ -555,11 +549,11 @@ CodResult aniReopenRunLog(void) {
 }
 
 void aniSetRunLogSize(CodUint64 size) {
-    set(&logSize, size);
+    storeRelaxed(&logSize, size);
 }
 
 void aniSetRunLogCount(CodUint32 count) {
-    set(&logCount, count);
+    storeRelaxed(&logCount, count);
 }
 
 CodResult aniSetRunLogNameFmt(const char *curNameFmt, const char *rotateNameFmt) {
@@ -574,7 +568,7 @@ CodResult aniSetRunLogNameFmt(const char *curNameFmt, const char *rotateNameFmt)
 }
 
 void aniSetRunLogDistinctNames(CodBool flag) {
-    set(&hasDistinctNames, flag);
+    storeRelaxed(&hasDistinctNames, flag);
 }
 
 CodResult aniSetRunLogLevel(const char *levelName) {
@@ -591,7 +585,7 @@ CodBool aniIsRunLogLevelValid(const char *levelName) {
 }
 
 void aniSetLogOff(CodBool flag) {
-    set(&isLogOff, flag);
+    storeRelaxed(&isLogOff, flag);
 }
 
 void aniEnableLogBlockTime(void) {
@@ -599,11 +593,11 @@ void aniEnableLogBlockTime(void) {
 }
 
 CodUint64 aniGetRunLogDropped(void) {
-    return get(&droppedLines);
+    return loadRelaxed(&droppedLines);
 }
 
 void aniRunLogBase(CodLogLevel level, CodInt32 errcode, const char *, const char *, CodInt32, const char *fmt, va_list args) {
-    if (get(&isLogOff) || fmt == nullptr) {
+    if (loadRelaxed(&isLogOff) || fmt == nullptr) {
         return;
     }
     const int callersErrno = errno;

@@ -8,6 +8,7 @@
 
 #include <vel_infra/adr/ani_blackbox.h>
 
+#include "base/cod_relaxed.h"
 #include "base/cod_thread.h"
 #include "base/cod_tsan.h"
 
@@ -29,14 +30,14 @@ SpinLockAttr &attrOf(CodUint32 type) {
 }
 
 CodInt64 sleepsOf(CodUint32 type) {
-    return __atomic_load_n(&g_SpinLockAttrs[type].sleepTimes, __ATOMIC_RELAXED);
+    return cod::loadRelaxed(&g_SpinLockAttrs[type].sleepTimes);
 }
 
 // ---- Spin locks ----
 
 // Reads before it exchanges, so that waiters share the line until the lock is free.
 inline bool tryTake(SpinLock *lock) {
-    return __atomic_load_n(&lock->word, __ATOMIC_RELAXED) == 0 && __atomic_exchange_n(&lock->word, 1u, __ATOMIC_ACQUIRE) == 0;
+    return cod::loadRelaxed(&lock->word) == 0 && __atomic_exchange_n(&lock->word, 1u, __ATOMIC_ACQUIRE) == 0;
 }
 
 void pauseTimes(CodUint64 times) {
@@ -92,12 +93,11 @@ bool tryTakeTimes(SpinLock *lock, CodUint32 type, CodUint32 times) {
 // Waiters read the fields while the holder of the spin lock writes them.
 template <class T>
 inline T read(const volatile T &field) {
-    return __atomic_load_n(&field, __ATOMIC_RELAXED);
+    return cod::loadRelaxed(&field);
 }
-
 template <class T, class Value>
 inline void write(volatile T &field, Value value) {
-    __atomic_store_n(&field, static_cast<T>(value), __ATOMIC_RELAXED);
+    cod::storeRelaxed(&field, value);
 }
 
 constexpr CodUint16 kMostReaders = UINT16_MAX;

@@ -41,6 +41,29 @@ inline CodUint32 daysOfMonth(CodUint32 year, CodUint32 month) {
     return gMonthDayArray[(isLeapYear(year) ? 12 : 0) + month - 1];
 }
 
+struct Product {
+    CodUint64 high, low;
+};
+
+inline Product multiply(CodUint64 a, CodUint64 b) {
+    const unsigned __int128 product = static_cast<unsigned __int128>(a) * b;
+    return {static_cast<CodUint64>(product >> 64), static_cast<CodUint64>(product)};
+}
+
+// Whole days, and the rest in parts of 2^64 of a day.
+struct DayAndFraction {
+    CodUint32 day;
+    CodUint64 fraction;
+};
+
+// The reciprocal of a day, 2^100 / 86400000000 rounded up, makes the fraction of any date too large: by less than 2^-41 of a day, since
+// values are below 2^59, and by more than the 2^-64 that are cut off. A microsecond is 2^-36.3, so that whole units come out exactly.
+inline DayAndFraction divideByDay(CodUint64 useconds) {
+    constexpr auto reciprocal = static_cast<CodUint64>((static_cast<unsigned __int128>(1) << 100) / COD_USECS_PER_DAY + 1);
+    const Product days = multiply(useconds, reciprocal);
+    return {static_cast<CodUint32>(days.high >> 36), days.high << 28 | days.low >> 36};
+}
+
 struct MonthDay {
     CodUint8 month, day;
 };
@@ -102,6 +125,15 @@ CodResult readFields(CodDate date, CodDateStruct *ds) {
     COD_TRY(checkDateIn(date, COD_DATE_ZERO, COD_DATE_MAX));
     codGetDateStruct(date, ds);
     return COD_SUCCESS;
+}
+
+// The operands of a difference whose result goes to `out`.
+CodResult readPair(CodDate lDate, CodDate rDate, const void *out, CodDateStruct *left, CodDateStruct *right) {
+    if (out == nullptr) {
+        return raiseNullDate();
+    }
+    COD_TRY(readFields(lDate, left));
+    return readFields(rDate, right);
 }
 
 // The month that a sum has led to, its year below 0 or above 9999 for all that would be no date.
@@ -168,16 +200,18 @@ void codGetDateStruct(CodDate date, CodDateStruct *ds) {
         return;
     }
     const CodUint64 useconds = static_cast<CodUint64>(date) + kJulianOffset;
-    const CodUint32 julianDay = static_cast<CodUint32>(useconds / COD_USECS_PER_DAY);
-    const CodUint64 usecondOfDay = useconds - julianDay * static_cast<CodUint64>(COD_USECS_PER_DAY);
-    const CodUint32 secondOfDay = static_cast<CodUint32>(usecondOfDay / COD_USECS_PER_SECOND);
-    const CodUint32 minuteOfDay = secondOfDay / 60;
-    const CodUint32 hour = minuteOfDay / 60;
-    ds->hour = static_cast<CodUint16>(hour);
-    ds->minute = static_cast<CodUint8>(minuteOfDay - hour * 60);
-    ds->second = static_cast<CodUint8>(secondOfDay - minuteOfDay * 60);
-    ds->fraction = static_cast<CodUint32>(usecondOfDay - secondOfDay * static_cast<CodUint64>(COD_USECS_PER_SECOND));
-    ds->secondOfDay = secondOfDay;
+    const DayAndFraction time = divideByDay(useconds);
+    const CodUint32 julianDay = time.day;
+    // Whole units and their fraction, in one multiplication each.
+    const Product hours = multiply(time.fraction, 24);
+    const Product minutes = multiply(hours.low, 60);
+    const Product seconds = multiply(minutes.low, 60);
+    const Product secondsOfDay = multiply(time.fraction, 86400);
+    ds->hour = static_cast<CodUint16>(hours.high);
+    ds->minute = static_cast<CodUint8>(minutes.high);
+    ds->second = static_cast<CodUint8>(seconds.high);
+    ds->secondOfDay = static_cast<CodUint32>(secondsOfDay.high);
+    ds->fraction = static_cast<CodUint32>(multiply(secondsOfDay.low, COD_USECS_PER_SECOND).high);
     // The remainder by 7: the fraction of a week, in 32 bits, times 7 (Lemire, Kaser, Kurz: Faster remainder by direct computation, 2019).
     const CodUint32 weeks = (julianDay + 1) * 613566757;
     ds->dayOfWeek = static_cast<CodUint8>(weeks * CodUint64{7} >> 32);
@@ -292,11 +326,7 @@ CodResult codComputeMonthsBetween(CodDate lDate, CodDate rDate, CodNumber *month
     constexpr CodInt64 month = 31 * COD_USECS_PER_DAY;
     CodDateStruct left;
     CodDateStruct right;
-    if (months == nullptr) {
-        return raiseNullDate();
-    }
-    COD_TRY(readFields(lDate, &left));
-    COD_TRY(readFields(rDate, &right));
+    COD_TRY(readPair(lDate, rDate, months, &left, &right));
     COD_TRY(codNumberFromInt64(months, monthNumber(left) - monthNumber(right)));
     if (left.day == right.day || (isLastDayOfMonth(left) && isLastDayOfMonth(right))) {
         return COD_SUCCESS;
@@ -312,11 +342,7 @@ CodResult codComputeMonthsBetween(CodDate lDate, CodDate rDate, CodNumber *month
 CodResult codGetMonthGapFromDate(CodDate lDate, CodDate rDate, CodInt32 *months) {
     CodDateStruct left;
     CodDateStruct right;
-    if (months == nullptr) {
-        return raiseNullDate();
-    }
-    COD_TRY(readFields(lDate, &left));
-    COD_TRY(readFields(rDate, &right));
+    COD_TRY(readPair(lDate, rDate, months, &left, &right));
     *months = static_cast<CodInt32>(monthNumber(left) - monthNumber(right));
     return COD_SUCCESS;
 }

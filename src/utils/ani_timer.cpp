@@ -8,6 +8,10 @@
 #include <vel_infra/utils/ani_clock.h>
 
 #include "base/cod_fork_lock.h"
+#include "base/cod_relaxed.h"
+
+using cod::loadRelaxed;
+using cod::storeRelaxed;
 
 namespace {
 
@@ -16,28 +20,18 @@ constinit CodTimer *runningTimers = nullptr;
 constinit cod::ForkLock registryLock;
 constinit pthread_once_t forkHandlersOnce = PTHREAD_ONCE_INIT;
 
-template <class T>
-void store(T *field, T value) {
-    __atomic_store_n(field, value, __ATOMIC_RELAXED);
-}
-
-template <class T>
-T load(const T *field) {
-    return __atomic_load_n(field, __ATOMIC_RELAXED);
-}
-
 void noteTime(CodTimer *timer) {
-    store(&timer->timeZoneBias, codGetTimeZoneBias());
-    store(&timer->seconds, CodInt64{time(nullptr)});
-    store(&timer->monotonic, codGetMonotonicTime());
-    store(&timer->now, codNow());
+    storeRelaxed(&timer->timeZoneBias, codGetTimeZoneBias());
+    storeRelaxed(&timer->seconds, CodInt64{time(nullptr)});
+    storeRelaxed(&timer->monotonic, codGetMonotonicTime());
+    storeRelaxed(&timer->now, codNow());
 }
 
 // The zone stays: a reader may have read the time already.
 void forgetTime(CodTimer *timer) {
-    store(&timer->now, CodDate{0});
-    store(&timer->seconds, CodInt64{0});
-    store(&timer->monotonic, CodInt64{0});
+    storeRelaxed(&timer->now, 0);
+    storeRelaxed(&timer->seconds, 0);
+    storeRelaxed(&timer->monotonic, 0);
 }
 
 void lockBeforeFork(void) {
@@ -103,7 +97,7 @@ CodResult codStartTimer(CodTimer *timer) {
     if (timer->running) {
         return COD_SUCCESS;
     }
-    store(&timer->stopping, false);
+    storeRelaxed(&timer->stopping, false);
     // In the list before there is a time, and until there is none: a fork at any moment finds it.
     addToRegistry(timer);
     noteTime(timer);
@@ -120,7 +114,7 @@ void codStopTimer(CodTimer *timer) {
     if (timer == nullptr || !timer->running) {
         return;
     }
-    store(&timer->stopping, true);
+    storeRelaxed(&timer->stopping, true);
     pthread_join(timer->thread, nullptr);
     forgetTime(timer);
     removeFromRegistry(timer);
@@ -129,7 +123,7 @@ void codStopTimer(CodTimer *timer) {
 void *codTimerProc(void *argument) {
     auto *timer = static_cast<CodTimer *>(argument);
     const timespec pause{.tv_sec = 0, .tv_nsec = 1000000};
-    while (timer != nullptr && !load(&timer->stopping)) {
+    while (timer != nullptr && !loadRelaxed(&timer->stopping)) {
         noteTime(timer);
         nanosleep(&pause, nullptr);
     }
@@ -137,10 +131,10 @@ void *codTimerProc(void *argument) {
 }
 
 CodDate codTimerNow(const CodTimer *timer) {
-    return timer != nullptr ? load(&timer->now) : 0;
+    return timer != nullptr ? loadRelaxed(&timer->now) : 0;
 }
 
 CodDate codTimerLocalTime(const CodTimer *timer) {
     const CodDate now = codTimerNow(timer);
-    return now > 0 ? now + CodInt64{load(&timer->timeZoneBias)} * 60000000 : 0;
+    return now > 0 ? now + CodInt64{loadRelaxed(&timer->timeZoneBias)} * 60000000 : 0;
 }
