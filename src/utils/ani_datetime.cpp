@@ -324,8 +324,8 @@ CodResult codDateAddYMInterval(CodDate *time, CodYMInterval interval, CodBool en
 
 CodResult codComputeMonthsBetween(CodDate lDate, CodDate rDate, CodNumber *months) {
     constexpr CodInt64 month = 31 * COD_USECS_PER_DAY;
-    CodDateStruct left;
-    CodDateStruct right;
+    CodDateStruct left = {};
+    CodDateStruct right = {};
     COD_TRY(readPair(lDate, rDate, months, &left, &right));
     COD_TRY(codNumberFromInt64(months, monthNumber(left) - monthNumber(right)));
     if (left.day == right.day || (isLastDayOfMonth(left) && isLastDayOfMonth(right))) {
@@ -340,8 +340,8 @@ CodResult codComputeMonthsBetween(CodDate lDate, CodDate rDate, CodNumber *month
 }
 
 CodResult codGetMonthGapFromDate(CodDate lDate, CodDate rDate, CodInt32 *months) {
-    CodDateStruct left;
-    CodDateStruct right;
+    CodDateStruct left = {};
+    CodDateStruct right = {};
     COD_TRY(readPair(lDate, rDate, months, &left, &right));
     *months = static_cast<CodInt32>(monthNumber(left) - monthNumber(right));
     return COD_SUCCESS;
