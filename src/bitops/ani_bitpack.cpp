@@ -270,7 +270,7 @@ CodResult codUnpack32Checked(const void *in, CodUint32 inBytes, CodUint32 bitsNu
     if (rest != 0) {
         CodUint8 block[4 * COD_BITPACK_MAX_WIDTH] = {};
         CodUint32 values[kBlock];
-        if (bitsNum != 0) {
+        if (in != nullptr) {
             std::memcpy(block, static_cast<const CodUint8 *>(in) + cod::packedBytes(whole, bitsNum), cod::packedBytes(rest, bitsNum));
         }
         codUnpack32(block, bitsNum, values, kBlock);

@@ -66,12 +66,13 @@ CodUint64 pop(CodBitVec *bitVec, CodUint32 bitsNum) {
         bitVec->bitPos = end;
         return lowBits(first, bitsNum);
     }
-    const CodUint32 fromFirst = kWordBits - bitVec->bitPos;
+    const CodUint32 begin = bitVec->bitPos;
     const CodUint32 missing = end - kWordBits;
     bitVec->bytePos += 8;
     bitVec->bitPos = missing;
     bitVec->bitBuffer = loadAt(*bitVec, bitVec->bytePos);
-    return missing == 0 ? first : first | lowBits(bitVec->bitBuffer, missing) << fromFirst;
+    // In two steps: from the first bit on there is nothing missing, and 64 places to shift it.
+    return first | lowBits(bitVec->bitBuffer, missing) << (kWordBits - 1 - begin) << 1;
 }
 
 // ---- Batches ----
