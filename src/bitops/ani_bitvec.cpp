@@ -71,8 +71,8 @@ CodUint64 pop(CodBitVec *bitVec, CodUint32 bitsNum) {
     bitVec->bytePos += 8;
     bitVec->bitPos = missing;
     bitVec->bitBuffer = loadAt(*bitVec, bitVec->bytePos);
-    // In two steps: from the first bit on there is nothing missing, and 64 places to shift it.
-    return first | lowBits(bitVec->bitBuffer, missing) << (kWordBits - 1 - begin) << 1;
+    // From the first bit on nothing is missing, wherever it is shifted.
+    return first | lowBits(bitVec->bitBuffer, missing) << (kWordBits - begin) % kWordBits;
 }
 
 // ---- Batches ----
