@@ -51,6 +51,7 @@ void packChunk(CodUint32 *values, CodUint32 count, CodUint32 width, CodUint8 *ou
 // What stands in the packed values, by form.
 struct FrameOfReference {
     static constexpr Form kForm = kFrameOfReference;
+    static constexpr CodUint32 kMostAtFirst = UINT32_MAX;
 
     static CodUint32 packed(CodUint32 value, CodUint32 before, CodUint32 base) {
         (void)before;
@@ -69,6 +70,7 @@ struct FrameOfReference {
 
 struct Delta {
     static constexpr Form kForm = kDelta;
+    static constexpr CodUint32 kMostAtFirst = 0;  // the base is the first value
 
     static CodUint32 packed(CodUint32 value, CodUint32 before, CodUint32 base) {
         (void)base;
@@ -97,8 +99,8 @@ CodResult encode(const CodUint32 *values, CodUint32 count, CodUint32 base, CodUi
     packed += sizeof(header);
     CodUint32 chunk[kChunk + kBlock];
     CodUint32 before = base;
-    for (CodUint32 done = 0; done < count; done += kChunk) {
-        const CodUint32 part = std::min(count - done, kChunk);
+    for (CodUint64 done = 0; done < count; done += kChunk) {
+        const CodUint32 part = static_cast<CodUint32>(std::min<CodUint64>(count - done, kChunk));
         for (CodUint32 i = 0; i < part; i++) {
             chunk[i] = Coding::packed(values[done + i], before, base);
             before = values[done + i];
@@ -108,6 +110,15 @@ CodResult encode(const CodUint32 *values, CodUint32 count, CodUint32 base, CodUi
     }
     *size = static_cast<CodUint32>(needed);
     return COD_SUCCESS;
+}
+
+COD_COLD CodResult raiseInvalidColumn() {
+    return codRaise(ERR_CMM_INVALID_PARAMETER, "the bytes are no column of this form");
+}
+
+// The bits behind the last value in its byte.
+bool hasZerosBehind(const CodUint8 *packed, CodUint64 bits) {
+    return bits % 8 == 0 || packed[bits / 8] >> bits % 8 == 0;
 }
 
 template <class Coding>
@@ -121,7 +132,7 @@ CodResult decode(const void *in, CodUint32 inBytes, CodUint32 *values, CodUint32
     }
     memcpy(&header, in, sizeof(header));
     if (header.form != Coding::kForm || header.width > COD_BITPACK_MAX_WIDTH || header.zero != 0) {
-        return codRaise(ERR_CMM_INVALID_PARAMETER, "the bytes are no column of this form");
+        return raiseInvalidColumn();
     }
     if (codBitColumnSize(header.count, header.width) > inBytes) {
         return codRaise(ERR_CMM_BUFFER_SIZE_TOO_SMALL, "packed");
@@ -130,10 +141,16 @@ CodResult decode(const void *in, CodUint32 inBytes, CodUint32 *values, CodUint32
         return codRaise(ERR_CMM_BUFFER_SIZE_TOO_SMALL, "values");
     }
     const auto *packed = static_cast<const CodUint8 *>(in) + sizeof(header);
-    for (CodUint32 done = 0; done < header.count; done += kChunk) {
-        const CodUint32 part = std::min(header.count - done, kChunk);
+    if (!hasZerosBehind(packed, CodUint64{header.count} * header.width)) {
+        return raiseInvalidColumn();
+    }
+    for (CodUint64 done = 0; done < header.count; done += kChunk) {
+        const CodUint32 part = static_cast<CodUint32>(std::min<CodUint64>(header.count - done, kChunk));
         const CodUint32 bytes = static_cast<CodUint32>(packedBytes(part, header.width));
         COD_TRY(codUnpack32Checked(packed, bytes, header.width, values + done, part));
+        if (done == 0 && values[0] > Coding::kMostAtFirst) {
+            return raiseInvalidColumn();
+        }
         if (!Coding::restore(values + done, part, &header.base)) {
             return codRaise(ERR_CMM_INVALID_PARAMETER, "a value of the column is beyond 32 bits");
         }

@@ -29,8 +29,9 @@ bool hasBits(const CodBitVec &bitVec, CodUint32 bitsNum) {
     return cursor(bitVec) + bitsNum <= CodUint64{bitVec.length} * 8;
 }
 
-CodUint64 bitsLeft(const CodBitVec &bitVec) {
-    const CodUint64 end = CodUint64{bitVec.length} * 8;
+// From the cursor, which may stand anywhere, to the end of `bytes` bytes.
+CodUint64 bitsUpTo(const CodBitVec &bitVec, CodUint32 bytes) {
+    const CodUint64 end = CodUint64{bytes} * 8;
     const CodUint64 place = cursor(bitVec);
     return place < end ? end - place : 0;
 }
@@ -103,11 +104,15 @@ CodUint32 appendSingly(CodBitVec *bitVec, CodUint32 bitsNum, const T *batch, Cod
 // Whole blocks at once, as far as there is room for them.
 template <class T>
 CodUint32 appendBlocks(CodBitVec *bitVec, CodUint32 bitsNum, const T *batch, CodUint32 count) {
-    const CodUint32 room = (bitVec->capacity - bitVec->bytePos) / (bitsNum * 4);
-    const CodUint32 packed = packBlocks(batch, std::min<CodUint32>(count / 32, room) * 32, bitsNum, bitVec->byteBuffer + bitVec->bytePos);
+    const CodUint64 room = bitsUpTo(*bitVec, bitVec->capacity) / (CodUint64{bitsNum} * 32);
+    const CodUint32 wanted = static_cast<CodUint32>(std::min<CodUint64>(count / 32, room)) * 32;
+    if (wanted == 0) {
+        return 0;
+    }
+    const CodUint32 packed = packBlocks(batch, wanted, bitsNum, bitVec->byteBuffer + bitVec->bytePos);
     bitVec->bitBuffer = 0;
     bitVec->bytePos += packed / 8 * bitsNum;
-    bitVec->length = bitVec->bytePos;
+    bitVec->length += packed / 8 * bitsNum;
     return packed;
 }
 
@@ -141,7 +146,7 @@ CodUint32 popBatch(CodBitVec *bitVec, CodUint32 bitsNum, T *batch, CodUint32 bat
         std::fill_n(batch, batchLen, T{0});
         return batchLen;
     }
-    const CodUint32 count = static_cast<CodUint32>(std::min<CodUint64>(batchLen, bitsLeft(*bitVec) / bitsNum));
+    const CodUint32 count = static_cast<CodUint32>(std::min<CodUint64>(batchLen, bitsUpTo(*bitVec, bitVec->length) / bitsNum));
     CodUint32 done = 0;
     if (bitsNum <= COD_BITPACK_MAX_WIDTH) {
         done = popSingly(bitVec, bitsNum, batch, count, true);
@@ -197,20 +202,18 @@ CodUint32 codBitVecAppendBatch64(CodBitVec *bitVec, CodUint32 bitsNum, const Cod
 }
 
 CodUint32 codBitVecAppendBools(CodBitVec *bitVec, CodUint32 valueNum, CodBool value) {
-    const CodUint64 room = CodUint64{bitVec->capacity} * 8 - cursor(*bitVec);
-    const CodUint32 count = static_cast<CodUint32>(std::min<CodUint64>(valueNum, room));
-    for (CodUint32 done = 0; done < count; done += kWordBits) {
-        (void)!codBitVecAppend64(bitVec, std::min(count - done, kWordBits), value ? ~CodUint64{0} : 0);
+    const CodUint64 count = std::min<CodUint64>(valueNum, bitsUpTo(*bitVec, bitVec->capacity));
+    for (CodUint64 done = 0; done < count; done += kWordBits) {
+        (void)!codBitVecAppend64(bitVec, static_cast<CodUint32>(std::min<CodUint64>(count - done, kWordBits)), value ? ~CodUint64{0} : 0);
     }
-    return count;
+    return static_cast<CodUint32>(count);
 }
 
 CodBool codBitVecCopy(CodBitVec *bitVec, const void *srcBits, CodUint32 srcBeginPos, CodUint32 num) {
-    const CodUint64 room = CodUint64{bitVec->capacity} * 8 - cursor(*bitVec);
-    const CodUint32 count = static_cast<CodUint32>(std::min<CodUint64>(num, room));
-    for (CodUint32 done = 0; done < count; done += kWordBits) {
-        const CodUint32 part = std::min(count - done, kWordBits);
-        (void)!codBitVecAppend64(bitVec, part, codGetBits64(srcBits, CodUint64{srcBeginPos} + done, part));
+    const CodUint64 count = std::min<CodUint64>(num, bitsUpTo(*bitVec, bitVec->capacity));
+    for (CodUint64 done = 0; done < count; done += kWordBits) {
+        const CodUint32 part = static_cast<CodUint32>(std::min<CodUint64>(count - done, kWordBits));
+        (void)!codBitVecAppend64(bitVec, part, codGetBits64(srcBits, srcBeginPos + done, part));
     }
     return count == num;
 }

@@ -20,13 +20,14 @@ constexpr CodUint32 bytesOf(CodUint32 bit, CodUint32 num) {
 }  // namespace
 
 CodUint64 codGetBits64(const void *bits, CodUint64 pos, CodUint32 num) {
+    if (num == 0) {
+        return 0;
+    }
     const auto *first = static_cast<const CodUint8 *>(bits) + pos / 8;
     const CodUint32 bit = pos % 8;
     const CodUint32 bytes = bytesOf(bit, num);
     CodUint64 word = 0;
-    if (num != 0) {
-        memcpy(&word, first, std::min(bytes, 8u));
-    }
+    memcpy(&word, first, std::min(bytes, 8u));
     word >>= bit;
     if (bytes > 8) {
         word |= CodUint64{first[8]} << (64 - bit);
@@ -35,12 +36,12 @@ CodUint64 codGetBits64(const void *bits, CodUint64 pos, CodUint32 num) {
 }
 
 void codSetBits64(void *bits, CodUint64 pos, CodUint32 num, CodUint64 value) {
-    auto *first = static_cast<CodUint8 *>(bits) + pos / 8;
-    const CodUint32 bit = pos % 8;
-    const CodUint32 bytes = bytesOf(bit, num);
     if (num == 0) {
         return;
     }
+    auto *first = static_cast<CodUint8 *>(bits) + pos / 8;
+    const CodUint32 bit = pos % 8;
+    const CodUint32 bytes = bytesOf(bit, num);
     const CodUint64 mask = lowBits(num);
     CodUint64 word = 0;
     memcpy(&word, first, std::min(bytes, 8u));

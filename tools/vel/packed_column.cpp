@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <charconv>
 #include <cstring>
+#include <string_view>
 
 #include <vel_infra/bitops/ani_bitcolumn.h>
 #include <vel_infra/error/ani_error_base.h>
@@ -50,9 +51,12 @@ struct UnpackerMemory {
     CodUint8 part[kLargestColumn];
 };
 
-// Whether the name of a column that stands alone in a CSV file has to be quoted there. An empty line would be no row.
+// Whether the name of a column that stands alone in a CSV file has to be quoted there. An empty line would be no row, and a byte-order mark
+// would be passed over.
 bool needsQuotes(const char *name, CodUint32 size) {
-    return size == 0 || std::any_of(name, name + size, [](char c) { return c == '"' || c == ',' || c == '\n' || c == '\r'; });
+    constexpr std::string_view kByteOrderMark = "\xEF\xBB\xBF";
+    return size == 0 || std::string_view(name, size).starts_with(kByteOrderMark) ||
+           std::any_of(name, name + size, [](char c) { return c == '"' || c == ',' || c == '\n' || c == '\r'; });
 }
 
 }  // namespace
@@ -173,6 +177,9 @@ CodResult ColumnUnpacker::takeHead() {
 
 CodResult ColumnUnpacker::takeName() {
     const auto *name = reinterpret_cast<const char *>(bytes_);
+    if (memchr(name, '\0', head_.nameSize) != nullptr) {
+        return raiseInvalid("its name holds a zero byte");
+    }
     const bool isQuoted = needsQuotes(name, head_.nameSize);
     char line[2 * kPackedNameLimit + 3];
     size_t length = 0;
