@@ -45,6 +45,13 @@ TEST(BitColumn, holdsValuesInTheFormOfItsHeaderAndRefusesOtherBytes) {
     EXPECT_EQ(check({5, 6, 8}, codDeltaEncode32, codDeltaDecode32), (Bytes{5, 0, 0, 0, 3, 0, 0, 0, 2, 2, 0, 0, 0x24}));
     EXPECT_EQ(codBitsOfMax32(Values{3, 8, 1}.data(), 3), 4u);
     CodUint32 size;
+    // Bits behind the last value, a first step, and values beyond 32 bits.
+    for (const Bytes &hostile :
+         {Bytes{5, 0, 0, 0, 1, 0, 0, 0, 2, 1, 0, 0, 4}, Bytes{5, 0, 0, 0, 1, 0, 0, 0, 2, 2, 0, 0, 2},
+          Bytes{255, 255, 255, 255, 1, 0, 0, 0, 1, 1, 0, 0, 1}, Bytes{255, 255, 255, 255, 2, 0, 0, 0, 1, 2, 0, 0, 2}}) {
+        const auto decode = hostile[9] == 1 ? codForDecode32 : codDeltaDecode32;
+        expectError(ERR_CMM_INVALID_PARAMETER, "", [&] { return decode(hostile.data(), 13, Values(9).data(), 9, &size); });
+    }
     for (const Values &falling : {Values{5, 4, 9}, Values{0, 7, 6}, Values{~0u, ~0u, 0}}) {
         expectError(ERR_CMM_INVALID_PARAMETER, "", [&] { return codDeltaEncode32(falling.data(), 3, Bytes(99).data(), 99, &size); });
     }

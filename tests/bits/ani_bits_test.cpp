@@ -22,4 +22,6 @@ TEST(Bits, areGetSetAndCopiedOneByOneAndNoOthersTouched) {
         EXPECT_EQ(bytes, wanted) << "way " << way << ", " << num << " bits at " << pos << " from " << from;
         EXPECT_EQ(codGetBits64(bytes.data(), pos, std::min(num, 64u)), low) << num << " bits at " << pos;
     }
+    codCopyBits(nullptr, 9, nullptr, 100, 0), codSetBits64(nullptr, 9, 0, 1), codSetRangeBits(nullptr, 9, 0, true);
+    EXPECT_EQ(codGetBits64(nullptr, 9, 0), 0u);
 }

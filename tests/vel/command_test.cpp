@@ -162,6 +162,8 @@ TEST_F(Command, GoodInputIsAnsweredOnStandardOutput) {
         {"unpack - < packed", "", {"column 2\n6\n7\n"}},
         {"pack -c 'a,\"b' -o packed", "\"a,\"\"b\"\n", {"0 values, 20 bytes, 0.0 bits each"}},
         {"unpack packed", "", {"\"a,\"\"b\"\n"}},
+        {"pack -c 1 -o packed", "\xEF\xBB\xBF\xEF\xBB\xBFn\n", {"0 values"}},
+        {"unpack packed", "", {"\"\xEF\xBB\xBFn\"\n"}},
     };
     for (const auto &row : rows) {
         const Outcome outcome = run(row.arguments, row.input);
@@ -285,8 +287,8 @@ TEST_F(Command, DamagedPackedFilesFailInOneLine) {
     for (size_t size = 0; size < kPacked.size(); size++) {
         files.push_back(kPacked.substr(0, size));
     }
-    const std::pair<size_t, int> changes[] = {{5, 3},  {8, 4},  {8, 6},  {15, -1}, {19, 11}, {19, 15}, {22, -1},
-                                              {27, 0}, {30, 1}, {31, 1}, {31, 33}, {32, 1},  {32, 3},  {33, 1}};
+    const std::pair<size_t, int> changes[] = {{5, 3},  {8, 4},  {8, 6},  {15, -1}, {17, 0}, {19, 11}, {19, 15}, {22, -1},
+                                              {27, 0}, {30, 1}, {31, 1}, {31, 33}, {32, 1}, {32, 3},  {33, 1}};
     for (const auto &[offset, byte] : changes) {
         files.push_back(kPacked);
         files.back()[offset] = static_cast<char>(byte);
