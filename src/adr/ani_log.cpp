@@ -604,6 +604,7 @@ void aniRunLogBase(CodLogLevel level, CodInt32 errcode, const char *, const char
     Line line;
     beginLine(&line, level, errcode);
     const CodUint32 begin = line.length;
+    errno = callersErrno;  // which a message may name by %m
     line.addList(fmt, args);
     endMessage(&line, begin);
     writeLine(&line);
