@@ -64,4 +64,21 @@
 #include <vel_infra/bitops/ani_bitpack.h>
 #include <vel_infra/bitops/ani_bitvec.h>
 
+#include <vel_infra/velon/ani_velon.h>
+#include <vel_infra/velon/ani_velon_array.h>
+#include <vel_infra/velon/ani_velon_base.h>
+#include <vel_infra/velon/ani_velon_buf.h>
+#include <vel_infra/velon/ani_velon_build_array.h>
+#include <vel_infra/velon/ani_velon_build_object.h>
+#include <vel_infra/velon/ani_velon_build_scalar.h>
+#include <vel_infra/velon/ani_velon_data.h>
+#include <vel_infra/velon/ani_velon_equal.h>
+#include <vel_infra/velon/ani_velon_json.h>
+#include <vel_infra/velon/ani_velon_lazy.h>
+#include <vel_infra/velon/ani_velon_object.h>
+#include <vel_infra/velon/ani_velon_order.h>
+#include <vel_infra/velon/ani_velon_patch.h>
+#include <vel_infra/velon/ani_velon_path.h>
+#include <vel_infra/velon/ani_velon_util.h>
+
 #endif

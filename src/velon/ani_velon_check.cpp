@@ -1,0 +1,183 @@
+// Validation of documents and of single values.
+
+#include <vel_infra/velon/ani_velon.h>
+#include <vel_infra/velon/ani_velon_lazy.h>
+
+#include "base/cod_utf8.h"
+#include "velon/ani_velon_base_internal.h"
+
+namespace cod::velon {
+namespace {
+
+class Checker {
+public:
+    explicit Checker(CodUint64 documentLength) : work_(documentLength) {}
+
+    // The payload of a value that has `depth` containers around it.
+    CodResult checkPayload(VelonType type, const VelonData &data, CodUint64 at, CodUint32 depth);
+    // The value that an array's entry of this type leads to, or is.
+    CodResult checkElement(VelonType type, const VelonData &array, CodUint32 word, CodUint32 depth);
+
+private:
+    CodResult checkObject(const VelonObject &object, CodUint32 depth);
+    CodResult checkArray(const VelonArray &array, CodUint32 depth);
+
+    WorkLimit work_;
+};
+
+// Times that a type may hold.
+template <VelonType kType>
+constexpr bool isTimeInRange(CodInt64 time) {
+    return kType == VELON_TYPE_TIME ? time >= 0 && time < COD_USECS_PER_DAY : time >= COD_DATE_MIN && time <= COD_DATE_MAX;
+}
+
+template <VelonType kType>
+CodResult checkTime(const VelonData &data, CodUint64 at) {
+    CodInt64 time = 0;
+    COD_TRY(readPayload<kType>(data, at, &time));
+    return isTimeInRange<kType>(time) ? COD_SUCCESS : codRaise(ERR_CMM_VELON_INVALID_DATETIME);
+}
+
+CodResult Checker::checkPayload(VelonType type, const VelonData &data, CodUint64 at, CodUint32 depth) {
+    switch (type) {
+        case VELON_TYPE_OBJECT: {
+            VelonObject object;
+            COD_TRY(readPayload<VELON_TYPE_OBJECT>(data, at, &object));
+            return checkObject(object, depth);
+        }
+        case VELON_TYPE_ARRAY: {
+            VelonArray array;
+            COD_TRY(readPayload<VELON_TYPE_ARRAY>(data, at, &array));
+            return checkArray(array, depth);
+        }
+        case VELON_TYPE_STRING:
+        case VELON_TYPE_BINARY: {
+            const CodUint8 *bytes = nullptr;
+            CodUint32 size = 0;
+            CodUint32 headerLen = 0;
+            COD_TRY(readCounted(data, at, &bytes, &size, &headerLen));
+            COD_TRY(work_.spend(1 + headerLen + CodUint64{size}));
+            return type == VELON_TYPE_BINARY || isValidUtf8(bytes, size) ? COD_SUCCESS : codRaise(ERR_CMM_VELON_INVALID_UNICODE);
+        }
+        case VELON_TYPE_NUMBER: {
+            CodNumber number;
+            COD_TRY(work_.spend(2));
+            return readNumber(data, at, &number);
+        }
+        case VELON_TYPE_TIMESTAMP:
+            COD_TRY(work_.spend(9));
+            return checkTime<VELON_TYPE_TIMESTAMP>(data, at);
+        case VELON_TYPE_DATE:
+            COD_TRY(work_.spend(9));
+            return checkTime<VELON_TYPE_DATE>(data, at);
+        case VELON_TYPE_TIME:
+            COD_TRY(work_.spend(9));
+            return checkTime<VELON_TYPE_TIME>(data, at);
+        default:
+            COD_TRY(work_.spend(1 + CodUint64{widthOf(type).bytes}));
+            return checkEnd(data, at + widthOf(type).bytes);
+    }
+}
+
+CodResult Checker::checkElement(VelonType type, const VelonData &array, CodUint32 word, CodUint32 depth) {
+    if (isInline(type)) {
+        return COD_SUCCESS;
+    }
+    const CodUint64 at = CodUint64{word} + kCountAt;
+    VelonType actual = VELON_TYPE_INVALID;
+    COD_TRY(readType(array, at, &actual));
+    if (COD_UNLIKELY(actual != type)) {
+        return raiseInvalidType(actual);
+    }
+    return checkPayload(type, array, at + 1, depth);
+}
+
+CodResult Checker::checkObject(const VelonObject &object, CodUint32 depth) {
+    if (COD_UNLIKELY(depth > VELON_MAX_DEPTH)) {
+        return raiseNestedTooDeeply();
+    }
+    COD_TRY(work_.spend(kTableAt + CodUint64{kKeyEntry} * object.data.aux));
+    CodText before = {};
+    for (CodUint32 i = 0; i < object.data.aux; i++) {
+        CodText key = {};
+        CodUint32 at = 0;
+        COD_TRY(readRecord(object, keyOffsetAt(object, i), &key, &at));
+        COD_TRY(work_.spend(2 + CodUint64{key.len}));
+        if (COD_UNLIKELY(i != 0 && compareKeys(before, key) >= 0)) {
+            return codRaise(ERR_CMM_VELON_INVALID_KEY);
+        }
+        before = key;
+        VelonType type = VELON_TYPE_INVALID;
+        COD_TRY(readType(object.data, at, &type));
+        COD_TRY(checkPayload(type, object.data, CodUint64{at} + 1, depth + 1));
+    }
+    return COD_SUCCESS;
+}
+
+CodResult Checker::checkArray(const VelonArray &array, CodUint32 depth) {
+    if (COD_UNLIKELY(depth > VELON_MAX_DEPTH)) {
+        return raiseNestedTooDeeply();
+    }
+    COD_TRY(work_.spend(kTableAt + CodUint64{kValueEntry} * array.data.aux));
+    for (CodUint32 i = 0; i < array.data.aux; i++) {
+        VelonLazyValue element;
+        COD_TRY(readLazyElement(array, i, &element));
+        COD_TRY(checkElement(element.type, array.data, element.valuePos, depth + 1));
+    }
+    return COD_SUCCESS;
+}
+
+// The bytes that the root value says it takes.
+CodResult readRootLength(const VelonData &data, VelonType type, CodUint64 *length) {
+    const Width width = widthOf(type);
+    if (width.isFixed) {
+        *length = 1 + CodUint64{width.bytes};
+    } else if (type == VELON_TYPE_NUMBER) {
+        COD_TRY(checkEnd(data, 2));
+        *length = 2 + CodUint64{data.ptr[1]};
+    } else if (type == VELON_TYPE_OBJECT || type == VELON_TYPE_ARRAY) {
+        COD_TRY(checkEnd(data, kCountAt));
+        *length = kCountAt + CodUint64{loadLe<CodUint32>(data.ptr + 1)};
+    } else {
+        CodUint32 size = 0;
+        CodUint32 headerLen = 0;
+        COD_TRY(readVarint(data, 1, &size, &headerLen));
+        *length = 1 + CodUint64{headerLen} + size;
+    }
+    return COD_SUCCESS;
+}
+
+}  // namespace
+}  // namespace cod::velon
+
+using namespace cod::velon;
+
+CodResult velonCheckData(const Velon *velon) {
+    VelonType type = VELON_TYPE_INVALID;
+    CodUint64 length = 0;
+    if (anyNull(velon)) {
+        return codRaise(ERR_CMM_POINTER_NULL);
+    }
+    const VelonData &data = velon->data;
+    COD_TRY(readType(data, 0, &type));
+    COD_TRY(readRootLength(data, type, &length));
+    if (length != data.len) {
+        return codRaise(ERR_CMM_VELON_DATA_LENGTH_MISMATCHED, static_cast<int>(length), static_cast<int>(data.len));
+    }
+    return Checker(data.len).checkPayload(type, data, 1, 0);
+}
+
+CodResult velonLazyValueCheck(const VelonLazyValue *lazy, CodUint8 depth) {
+    if (anyNull(lazy)) {
+        return codRaise(ERR_CMM_POINTER_NULL);
+    }
+    if (depth > VELON_MAX_DEPTH) {
+        return raiseNestedTooDeeply();
+    }
+    if (!velonTypeIsValid(static_cast<CodUint32>(lazy->type))) {
+        return raiseInvalidType(static_cast<CodUint32>(lazy->type));
+    }
+    Checker checker(lazy->data.len);
+    return lazy->isArrayMember ? checker.checkElement(lazy->type, lazy->data, lazy->valuePos, depth)
+                               : checker.checkPayload(lazy->type, lazy->data, 1, depth);
+}
