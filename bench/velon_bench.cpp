@@ -69,6 +69,7 @@ constexpr size_t kLookups = 64000;
 constexpr size_t kBuiltMembers = 32000;
 constexpr size_t kLookupMembers = 64;  // at least: small objects are several, lest the same few keys come in turn
 constexpr size_t kElements = 10000;
+constexpr CodUint32 kBytesEach = 32;  // room for a member, as a program asks for that knows its rows
 constexpr size_t kRecordsValues = 42000;  // 1 MB
 
 constexpr auto kView = [](const CodText &text) { return std::string_view(text.str, text.len); };
@@ -306,7 +307,8 @@ struct Ours {
 
     static void build(Document &document, const Members &members, bool sorted = false) {
         VelonObjectBuilder builder;
-        check(velonObjectBuilderCreate(codMemGetSystemAlloc(), static_cast<CodUint16>(members.size()), sorted, 0, &builder));
+        check(velonObjectBuilderCreate(codMemGetSystemAlloc(), static_cast<CodUint16>(members.size()), sorted,
+                                       kBytesEach * static_cast<CodUint32>(members.size()), &builder));
         pushAll<Ours>(builder, members);
         check(velonObjectBuilderFinish(&builder, &document.velon));
     }

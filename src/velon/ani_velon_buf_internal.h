@@ -47,21 +47,30 @@ inline void copyEnds(CodUint8 *to, const CodUint8 *from, CodUint32 size) {
     storeLe(to + size - sizeof(T), tail);
 }
 
-// memcpy that makes no call for the short keys and strings that most are.
+struct TwoWords {
+    CodUint64 words[2];
+};
+
+// memmove that makes no call for the short keys, strings and tables that most are.
 inline void copyBytes(CodUint8 *to, const CodUint8 *from, CodUint32 size) {
-    if (COD_LIKELY(size <= 16)) {
-        if (size >= 8) {
-            copyEnds<CodUint64>(to, from, size);
-        } else if (size >= 4) {
-            copyEnds<CodUint32>(to, from, size);
-        } else if (size != 0) {
-            to[0] = from[0];
-            to[size / 2] = from[size / 2];
-            to[size - 1] = from[size - 1];
+    if (size > sizeof(TwoWords)) {
+        if (size > 2 * sizeof(TwoWords)) {
+            memmove(to, from, size);
+        } else {
+            copyEnds<TwoWords>(to, from, size);
         }
-        return;
+    } else if (size >= 8) {
+        copyEnds<CodUint64>(to, from, size);
+    } else if (size >= 4) {
+        copyEnds<CodUint32>(to, from, size);
+    } else if (size != 0) {
+        const CodUint8 first = from[0];
+        const CodUint8 middle = from[size / 2];
+        const CodUint8 last = from[size - 1];
+        to[0] = first;
+        to[size / 2] = middle;
+        to[size - 1] = last;
     }
-    memcpy(to, from, size);
 }
 
 constexpr CodUint32 varintSize(CodUint32 value) {

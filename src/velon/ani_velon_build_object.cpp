@@ -46,9 +46,10 @@ inline void insertKeyOffset(VelonObjectBuilder *builder, const Source &key) {
         builder->keyOffsetPos += kKeyEntry;
         return;
     }
-    const CodUint32 place = insertionPoint(countField, offset, builder->kvCount, textOf(key.bytes, key.size));
+    const CodUint32 place =
+        insertionPoint(countField, builder->buf->capacity - builder->startPos, builder->kvCount, textOf(key.bytes, key.size));
     CodUint8 *entry = countField + sizeof(CodUint16) + CodUint64{kKeyEntry} * place;
-    memmove(entry + kKeyEntry, entry, CodUint64{kKeyEntry} * (builder->kvCount - place));
+    copyBytes(entry + kKeyEntry, entry, kKeyEntry * (builder->kvCount - place));
     storeLe(entry, offset);
 }
 

@@ -1,5 +1,7 @@
 // Validation of documents and of single values.
 
+#include <emmintrin.h>
+
 #include <vel_infra/velon/ani_velon.h>
 #include <vel_infra/velon/ani_velon_lazy.h>
 
@@ -9,21 +11,65 @@
 namespace cod::velon {
 namespace {
 
+// Payload bytes of the types of which every payload is valid; kOther for the rest and for what is no type.
+constexpr CodUint8 kOther = 0xFF;
+struct PlainWidths {
+    CodUint8 of[256];
+};
+constexpr PlainWidths makePlainWidths() {
+    PlainWidths widths = {};
+    for (CodUint32 code = 0; code < 256; code++) {
+        const bool isTime = code == VELON_TYPE_TIMESTAMP || code == VELON_TYPE_DATE || code == VELON_TYPE_TIME;
+        widths.of[code] = widthOf(code).isFixed && !isTime ? widthOf(code).bytes : kOther;
+    }
+    return widths;
+}
+constexpr PlainWidths kPlainWidths = makePlainWidths();
+
 class Checker {
 public:
     explicit Checker(CodUint64 documentLength) : work_(documentLength) {}
 
-    // The payload of a value that has `depth` containers around it.
-    CodResult checkPayload(VelonType type, const VelonData &data, CodUint64 at, CodUint32 depth);
+    // The value at a position that has `depth` containers around it.
+    CodResult checkValue(const VelonData &data, CodUint64 at, CodUint32 depth);
     // The value that an array's entry of this type leads to, or is.
     CodResult checkElement(VelonType type, const VelonData &array, CodUint32 word, CodUint32 depth);
 
 private:
+    CodResult checkPayload(VelonType type, const VelonData &data, CodUint64 at, CodUint32 depth);
     CodResult checkObject(const VelonObject &object, CodUint32 depth);
+    CodResult checkKey(const VelonObject &object, CodUint32 index, CodText *before, CodUint32 *valuePos);
     CodResult checkArray(const VelonArray &array, CodUint32 depth);
 
     WorkLimit work_;
 };
+
+// A short string whose neighbourhood may be read: ASCII without a branch on its length.
+inline bool isShortAscii(const VelonData &data, CodUint64 at, CodUint32 size) {
+    constexpr CodUint32 kBlock = sizeof(__m128i);
+    if (COD_UNLIKELY(size >= 2 * kBlock || at + 2 * kBlock > data.len)) {
+        return false;
+    }
+    const auto *blocks = reinterpret_cast<const __m128i *>(data.ptr + at);
+    const auto low = static_cast<CodUint32>(_mm_movemask_epi8(_mm_loadu_si128(blocks)));
+    const auto high = static_cast<CodUint32>(_mm_movemask_epi8(_mm_loadu_si128(blocks + 1)));
+    return ((high << kBlock | low) & ((1u << size) - 1)) == 0;
+}
+
+inline CodResult Checker::checkValue(const VelonData &data, CodUint64 at, CodUint32 depth) {
+    if (COD_UNLIKELY(at >= data.len)) {
+        return raiseOutOfBounds(data.len, at);
+    }
+    const CodUint32 code = data.ptr[at];
+    const CodUint64 width = kPlainWidths.of[code];
+    if (COD_LIKELY(width != kOther)) {
+        COD_TRY(work_.spend(1 + width));
+        return checkEnd(data, at + 1 + width);
+    }
+    VelonType type = VELON_TYPE_INVALID;
+    COD_TRY(readType(data, at, &type));
+    return checkPayload(type, data, at + 1, depth);
+}
 
 // Times that a type may hold.
 template <VelonType kType>
@@ -57,7 +103,8 @@ CodResult Checker::checkPayload(VelonType type, const VelonData &data, CodUint64
             CodUint32 headerLen = 0;
             COD_TRY(readCounted(data, at, &bytes, &size, &headerLen));
             COD_TRY(work_.spend(1 + headerLen + CodUint64{size}));
-            return type == VELON_TYPE_BINARY || isValidUtf8(bytes, size) ? COD_SUCCESS : codRaise(ERR_CMM_VELON_INVALID_UNICODE);
+            const bool isText = type == VELON_TYPE_BINARY || isShortAscii(data, at + headerLen, size) || isValidUtf8(bytes, size);
+            return isText ? COD_SUCCESS : codRaise(ERR_CMM_VELON_INVALID_UNICODE);
         }
         case VELON_TYPE_NUMBER: {
             CodNumber number;
@@ -89,7 +136,18 @@ CodResult Checker::checkElement(VelonType type, const VelonData &array, CodUint3
     if (COD_UNLIKELY(actual != type)) {
         return raiseInvalidType(actual);
     }
-    return checkPayload(type, array, at + 1, depth);
+    return checkValue(array, at, depth);
+}
+
+// The key at a place of the table, which must stand behind *before; that becomes the key.
+CodResult Checker::checkKey(const VelonObject &object, CodUint32 index, CodText *before, CodUint32 *valuePos) {
+    CodText key = {};
+    COD_TRY(readRecord(object, keyOffsetAt(object, index), &key, valuePos));
+    if (COD_UNLIKELY(index != 0 && compareKeys(*before, key) >= 0)) {
+        return codRaise(ERR_CMM_VELON_INVALID_KEY);
+    }
+    *before = key;
+    return work_.spend(2 + CodUint64{key.len});
 }
 
 CodResult Checker::checkObject(const VelonObject &object, CodUint32 depth) {
@@ -99,17 +157,9 @@ CodResult Checker::checkObject(const VelonObject &object, CodUint32 depth) {
     COD_TRY(work_.spend(kTableAt + CodUint64{kKeyEntry} * object.data.aux));
     CodText before = {};
     for (CodUint32 i = 0; i < object.data.aux; i++) {
-        CodText key = {};
         CodUint32 at = 0;
-        COD_TRY(readRecord(object, keyOffsetAt(object, i), &key, &at));
-        COD_TRY(work_.spend(2 + CodUint64{key.len}));
-        if (COD_UNLIKELY(i != 0 && compareKeys(before, key) >= 0)) {
-            return codRaise(ERR_CMM_VELON_INVALID_KEY);
-        }
-        before = key;
-        VelonType type = VELON_TYPE_INVALID;
-        COD_TRY(readType(object.data, at, &type));
-        COD_TRY(checkPayload(type, object.data, CodUint64{at} + 1, depth + 1));
+        COD_TRY(checkKey(object, i, &before, &at));
+        COD_TRY(checkValue(object.data, at, depth + 1));
     }
     return COD_SUCCESS;
 }
@@ -164,7 +214,7 @@ CodResult velonCheckData(const Velon *velon) {
     if (length != data.len) {
         return codRaise(ERR_CMM_VELON_DATA_LENGTH_MISMATCHED, static_cast<int>(length), static_cast<int>(data.len));
     }
-    return Checker(data.len).checkPayload(type, data, 1, 0);
+    return Checker(data.len).checkValue(data, 0, 0);
 }
 
 CodResult velonLazyValueCheck(const VelonLazyValue *lazy, CodUint8 depth) {
@@ -179,5 +229,5 @@ CodResult velonLazyValueCheck(const VelonLazyValue *lazy, CodUint8 depth) {
     }
     Checker checker(lazy->data.len);
     return lazy->isArrayMember ? checker.checkElement(lazy->type, lazy->data, lazy->valuePos, depth)
-                               : checker.checkPayload(lazy->type, lazy->data, 1, depth);
+                               : checker.checkValue(lazy->data, 0, depth);
 }

@@ -1,6 +1,6 @@
 #pragma once
 
-// The bytes of JSON strings, sixteen at a time, as reader and writer look at them.
+// The bytes of JSON strings as reader and writer look at them.
 
 #include <emmintrin.h>
 #include <string.h>
@@ -34,5 +34,20 @@ inline CodUint32 specialBytes(__m128i chunk) {
     const __m128i backslash = _mm_cmpeq_epi8(chunk, _mm_set1_epi8('\\'));
     return static_cast<CodUint32>(_mm_movemask_epi8(_mm_or_si128(control, _mm_or_si128(quote, backslash))));
 }
+
+// What bytes are mapped to; the others to 0.
+struct ByteMap {
+    CodUint8 to[256];
+};
+constexpr ByteMap mapBytes(const char *from, const char *to) {
+    ByteMap map = {};
+    for (; *from != '\0'; from++, to++) {
+        map.to[static_cast<CodUint8>(*from)] = static_cast<CodUint8>(*to);
+    }
+    return map;
+}
+// The letters behind a backslash and what they stand for; and the way back, for what must be escaped.
+inline constexpr ByteMap kUnescaped = mapBytes("\"\\/bfnrt", "\"\\/\b\f\n\r\t");
+inline constexpr ByteMap kEscapeLetters = mapBytes("\"\\\b\f\n\r\t", "\"\\bfnrt");
 
 }  // namespace cod::velon

@@ -120,27 +120,6 @@ Place readUnicode(Place at, const CodUint8 *end) {
     return {at.in + 6, putUtf8(at.out, 0x10000 + ((first - 0xD800) << 10) + (second - 0xDC00))};
 }
 
-constexpr CodUint8 shortEscape(CodUint8 c) {
-    switch (c) {
-        case '"':
-        case '\\':
-        case '/':
-            return c;
-        case 'b':
-            return '\b';
-        case 'f':
-            return '\f';
-        case 'n':
-            return '\n';
-        case 'r':
-            return '\r';
-        case 't':
-            return '\t';
-        default:
-            return 0;
-    }
-}
-
 COD_COLD Place failEscape(Failure *failure, Fault fault, CodUint64 offset, const char *reason) {
     *failure = {fault, offset, reason};
     return kFailed;
@@ -160,7 +139,7 @@ COD_COLD Place failEscape(Failure *failure, Fault fault, CodUint64 offset, const
         at = readUnicode({at.in + 2, at.out}, end);
         return at.in != nullptr ? at : failEscape(failure, Fault::kEscape, offset, nullptr);
     }
-    *at.out = shortEscape(c);
+    *at.out = kUnescaped.to[c];
     return *at.out != 0 ? Place{at.in + 2, at.out + 1} : failEscape(failure, Fault::kSyntax, offset, kUnknownEscape);
 }
 
@@ -246,7 +225,7 @@ inline const CodUint8 *readDigits(const CodUint8 *in, const CodUint8 *end, CodUi
 // What a number's text consists of.
 struct NumberText {
     const CodUint8 *digits;    // the first one
-    const CodUint8 *mantissa;  // behind the last digit, or the point's last one
+    const CodUint8 *mantissa;  // behind the last one
     CodUint64 count;           // digits, the zero before a point included
     CodUint64 value;           // of all digits, right up to 19 of them
     CodInt64 exp;              // of the last digit
@@ -356,7 +335,7 @@ double nearestDouble(const NumberText &text, const Significant &number) {
 
 // ---- Containers ----
 
-// An open container. The one at the bottom stands for the document.
+// An open container. The one at the bottom, of neither kind, stands for the document.
 struct Frame {
     CodUint32 start;      // of its type byte in the buffer
     CodUint32 body;       // of its records or values, behind the gap
@@ -392,7 +371,7 @@ struct SortKey {
 
 constexpr CodUint32 kPrefixBytes = 6;
 
-// The record's key; seven bytes behind its length may be read.
+// Of a record; so many bytes behind its length may be read.
 inline CodUint64 prefixOf(const CodUint8 *record) {
     const CodUint64 word = loadLe<CodUint64>(record);
     const CodUint64 length = word & 0xFFFF;
@@ -504,7 +483,7 @@ private:
     Place readNumber(Place at);
     const CodUint8 *readFraction(const CodUint8 *in, NumberText *text);
     const CodUint8 *readExponent(const CodUint8 *in, NumberText *text);
-    Place readDecimal(Place at, const CodUint8 *in, NumberText text);
+    Place readDecimal(Place at, const CodUint8 *in, CodUint64 value);
     // These put the value of the text that begins at at.in. Null: it has failed.
     CodUint8 *putInline(Place at, VelonType type, CodUint32 width, CodUint32 word);
     CodUint8 *putInteger(Place at, CodInt64 value);
@@ -705,7 +684,7 @@ inline Place Reader::readStringBytes(Place at) {
 }
 
 // Puts a length of 128 or more in front of a string's bytes, where there is room for one byte.
-COD_COLD CodUint8 *putLongLength(CodUint8 *value, CodUint32 length) {
+[[gnu::noinline]] CodUint8 *putLongLength(CodUint8 *value, CodUint32 length) {
     CodUint8 header[VELON_VARINT_SIZE];
     CodUint32 size = 0;
     velonVarintEncode(length, header, &size);
@@ -897,8 +876,11 @@ const CodUint8 *Reader::readExponent(const CodUint8 *in, NumberText *text) {
     return in;
 }
 
-// A number with a fraction, an exponent or many digits; `in` stands behind the digits before the point.
-[[gnu::noinline]] Place Reader::readDecimal(Place at, const CodUint8 *in, NumberText text) {
+// A number with a fraction, an exponent or many digits; `in` stands behind the digits before the point, which make up the value.
+[[gnu::noinline]] Place Reader::readDecimal(Place at, const CodUint8 *in, CodUint64 value) {
+    const bool isNegative = *at.in == '-';
+    const CodUint8 *digits = at.in + isNegative;
+    NumberText text = {digits, in, static_cast<CodUint64>(in - digits), value, 0, isNegative, false};
     if (peek(in) == '.') {
         in = readFraction(in, &text);
     }
@@ -926,7 +908,7 @@ inline Place Reader::readNumber(Place at) {
     if (next != '.' && (next | 0x20) != 'e' && count < 20 && value < most + isNegative) {
         return {in, putInteger(at, static_cast<CodInt64>(isNegative ? 0 - value : value))};
     }
-    return readDecimal(at, in, {digits, in, count, value, 0, isNegative, false});
+    return readDecimal(at, in, value);
 }
 
 // ---- Containers ----

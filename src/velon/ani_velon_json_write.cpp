@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <charconv>
 #include <cmath>
+#include <limits>
 #include <type_traits>
 
 #include <vel_infra/utils/ani_date_iso.h>
@@ -99,7 +100,10 @@ char *putFloat(char *out, Float value, bool isTyped) {
             return putText(parts.put(out + std::signbit(value)), "E0", 2);
         }
     }
-    return std::to_chars(out, out + kRoom, value).ptr;
+    // From here on plain digits would be all of the integer's, which are more than it takes.
+    constexpr Float large = 2 / std::numeric_limits<Float>::epsilon();
+    char *end = out + kRoom;
+    return std::abs(value) < large ? std::to_chars(out, end, value).ptr : std::to_chars(out, end, value, std::chars_format::scientific).ptr;
 }
 
 char *putTimeOfDay(char *out, CodShortTime time) {
@@ -127,30 +131,9 @@ char *putBase64(char *out, const CodUint8 *bytes, CodUint32 size) {
     return out;
 }
 
-// The letter of a short escape; 0: the character has none.
-constexpr char escapeLetter(CodUint8 c) {
-    switch (c) {
-        case '"':
-        case '\\':
-            return static_cast<char>(c);
-        case '\b':
-            return 'b';
-        case '\f':
-            return 'f';
-        case '\n':
-            return 'n';
-        case '\r':
-            return 'r';
-        case '\t':
-            return 't';
-        default:
-            return 0;
-    }
-}
-
 char *putEscape(char *out, CodUint8 c) {
     constexpr char kHex[] = "0123456789abcdef";
-    const char letter = escapeLetter(c);
+    const auto letter = static_cast<char>(kEscapeLetters.to[c]);
     *out++ = '\\';
     if (letter != 0) {
         return putChar(out, letter);

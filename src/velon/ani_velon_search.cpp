@@ -200,6 +200,29 @@ inline Outcome lookUp(const Table &table, const WordKey &key, CodUint32 *place) 
     return key.isRestEqual(table.base + at + sizeof(CodUint16)) ? Outcome::kFound : Outcome::kOpen;
 }
 
+// The number of keys in [lo, hi) that stand before the key, counted without a branch; kTie when that takes more than their words.
+constexpr CodUint32 kTie = UINT32_MAX;
+inline CodUint32 rank(const Table &table, const WordKey &key, CodUint32 lo, CodUint32 hi) {
+    const CodUint64 word = __builtin_bswap64(key.word);
+    const CodUint64 mask = __builtin_bswap64(key.mask);
+    CodUint32 less = 0;
+    CodUint32 lessOrEqual = 0;
+    for (CodUint32 place = lo; place < hi; place++) {
+        const CodUint32 at = table.recordAt(place);
+        if (COD_UNLIKELY(at > table.limit - kWord)) {
+            return kTie;
+        }
+        const CodUint64 probed = loadLe<CodUint64>(table.base + at);
+        const CodUint64 ordered = __builtin_bswap64(probed) & mask;
+        if (COD_UNLIKELY((probed & kLongerLength) != 0)) {
+            return kTie;
+        }
+        less += ordered < word;
+        lessOrEqual += ordered <= word;
+    }
+    return less == lessOrEqual ? less : kTie;
+}
+
 COD_COLD CodResult findKeyPlainly(const VelonObject &object, const CodText &key, CodUint32 *valuePos) {
     CodUint32 place = 0;
     bool isEqual = false;
@@ -225,17 +248,24 @@ CodResult findKey(const VelonObject &object, const CodText &key, CodUint32 *valu
     return COD_SUCCESS;
 }
 
-CodUint32 insertionPoint(const CodUint8 *countField, CodUint32 length, CodUint32 count, const CodText &key) {
-    const Table table = {countField, length, count};
+CodUint32 insertionPoint(const CodUint8 *countField, CodUint32 room, CodUint32 count, const CodText &key) {
+    const Table table = {countField, room, count};
     CodUint32 place = 0;
     if (hasWords(table, key)) {
+        constexpr CodUint32 kMostRanked = 16;
         CodUint32 hi = count;
-        if (narrow<0>(table, WordKey(key), &place, &hi) != Outcome::kOdd) {
+        const WordKey wordKey(key);
+        const Outcome outcome = narrow<kMostRanked>(table, wordKey, &place, &hi);
+        if (outcome == Outcome::kFound) {
             return place;
+        }
+        const CodUint32 before = outcome == Outcome::kOpen ? rank(table, wordKey, place, hi) : kTie;
+        if (COD_LIKELY(before != kTie)) {
+            return place + before;
         }
     }
     bool isEqual = false;
-    (void)searchPlainly(objectOf({countField - kCountAt, length + kCountAt, count}), key, &place, &isEqual);
+    (void)searchPlainly(objectOf({countField - kCountAt, room + kCountAt, count}), key, &place, &isEqual);
     return place;
 }
 

@@ -1,8 +1,8 @@
 #include <vel_infra/velon/ani_velon_util.h>
 
 #include "base/cod_utf8.h"
-#include "velon/ani_velon_buf_internal.h"
 #include "velon/ani_velon_base_internal.h"
+#include "velon/ani_velon_buf_internal.h"
 
 using namespace cod::velon;
 

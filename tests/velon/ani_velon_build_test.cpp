@@ -417,8 +417,7 @@ TEST(VelonBuf, growsAndHandsOver) {
     EXPECT_EQ(bytesIn(velon), "\1k\1k\1\xff");
     EXPECT_TRUE(velon.owner == &memory && velon.data.aux == 176 && buf.ptr == nullptr && buf.capacity == 0 && buf.len == 0);
     auto *bytes = const_cast<CodUint8 *>(velon.data.ptr);
-    EXPECT_TRUE(velonBufFromRaw(&memory, bytes, 176, 2, &full) == COD_SUCCESS && full.ptr == bytes && full.capacity == 176 &&
-                full.len == 2);
+    EXPECT_TRUE(velonBufFromRaw(&memory, bytes, 176, 176, &full) == COD_SUCCESS && full.ptr == bytes && full.len == full.capacity);
     expectError(ERR_CMM_INVALID_PARAMETER, "", [&] { return velonBufFromRaw(&memory, bytes, 1, 2, &buf); });
     velonBufFree(&full);
     EXPECT_TRUE(velonBufWithCapacity(&memory, 13, &buf) == COD_SUCCESS && memory.live.size() == 1 && memory.live.begin()->second == 13);

@@ -96,7 +96,23 @@ TEST(Velon, handlesAndNames) {
     // A lookup among no members reads nothing.
     const VelonObject none = {};
     CodBool found = true;
-    EXPECT_TRUE(velonObjectContainsKey(&none, &kX, &found) == COD_SUCCESS && !found);
+    CodUint32 size;
+    const std::function<CodResult()> withNull[] = {
+        [&] { return velonGetInteger(nullptr, nullptr); },
+        [&] { return velonCheckData(nullptr); },
+        [&] { return velonObjectGetTinyint(&none, nullptr, &found, &tiny); },
+        [&] { return velonObjectGetTinyint(&none, &kX, nullptr, &tiny); },
+        [&] { return velonArrayGetTinyint(nullptr, 0, &tiny); },
+        [&] { return velonLazyGetTinyint(nullptr, &tiny); },
+        [&] { return velonDataReadValue(&data, 0, nullptr); },
+        [&] { return velonDataReadString(&data, 0, nullptr, &size); },
+        [&] { return velonVarintDecode(nullptr, 1, &size, &size); },
+        [&] { return velonCheckValidUTF8(nullptr, 1); },
+    };
+    for (const auto &call : withNull) {
+        expectError(ERR_CMM_POINTER_NULL, "null pointer", call);
+    }
+    EXPECT_TRUE(velonObjectContainsKey(&none, &kX, &found) == COD_SUCCESS && !found && tiny == -128);
 }
 
 // ---- Pieces of the format ----

@@ -171,16 +171,38 @@ private:
                        : void(memberGetter(&object, &key[0], &has[0])(value[0].type, &value[1]));
                 out.keys.push_back(bytesOf(key[0]));
             }
+            if (keyResult == COD_SUCCESS) {
+                VELON_REQUIRE(key[1].str + key[1].len <= reinterpret_cast<const char *>(object.data.ptr + object.data.len));
+                search(object, key[1]);
+            }
             child(out, strict, result, value[0], lazyResult, lazy[0]);
             VELON_REQUIRE(iter.index == last.index + (result == COD_SUCCESS));
             iter.index = static_cast<CodUint16>(last.index + 1);
         }
+        VELON_REQUIRE(velonObjectGetNthLazyValue(&object, object.data.aux, &lazy[0]) == COD_ERROR);
         const Bytes absent(70000, 'k');
         const CodText longest = {const_cast<char *>(absent.data()), 70000, 0};
         has[1] = true;
         VELON_REQUIRE(!strict || (memberGetter(&object, &longest, &has[1])(VELON_TYPE_BOOL, &value[0]) == COD_SUCCESS && !has[1]));
         VELON_REQUIRE(left_ == 0 || (velonObjectIterNextKey(&iter, &has[0], &key[0]) == COD_SUCCESS && !has[0]));
         VELON_REQUIRE(velonObjectGetElementCount(&object) == object.data.aux && velonObjectGetDataLength(&object) == object.data.len);
+    }
+    // The search as the format words it, over readings of single keys.
+    void search(const VelonObject &object, const CodText &key) {
+        CodUint32 low = 0, high = object.data.aux, offset, pos = 0, foundPos = 0;
+        CodText read = {};
+        CodBool found = false, isEqual = false;
+        CodResult result = COD_SUCCESS;
+        while (low < high && result == COD_SUCCESS && !isEqual) {
+            const CodUint32 middle = low + (high - low) / 2;
+            std::memcpy(&offset, object.keyOffsets + 4 * middle, 4);
+            result = velonObjectReadKey(&object, offset, &read, &pos);
+            isEqual = result == COD_SUCCESS && bytesOf(read) == bytesOf(key);
+            (result == COD_SUCCESS && keyLess(bytesOf(read), bytesOf(key)) ? low : high) =
+                middle + (result == COD_SUCCESS && keyLess(bytesOf(read), bytesOf(key)));
+        }
+        VELON_REQUIRE(velonObjectFindKey(&object, &key, &found, &foundPos) == result);
+        VELON_REQUIRE(result == COD_ERROR || (found == isEqual && (!found || foundPos == pos)));
     }
     void lookUp(const VelonObject &object, CodUint32 index, const CodText &key, const VelonValue &value) {
         VelonValue got;
