@@ -69,7 +69,7 @@ constexpr size_t kLookups = 64000;
 constexpr size_t kBuiltMembers = 32000;
 constexpr size_t kLookupMembers = 64;  // at least: small objects are several, lest the same few keys come in turn
 constexpr size_t kElements = 10000;
-constexpr CodUint32 kBytesEach = 32;  // room for a member, as a program asks for that knows its rows
+constexpr CodUint32 kBytesEach = 32;      // room for a member, as a program asks for that knows its rows
 constexpr size_t kRecordsValues = 42000;  // 1 MB
 
 constexpr auto kView = [](const CodText &text) { return std::string_view(text.str, text.len); };

@@ -1,15 +1,8 @@
-// The search of key tables: keys ascend by length, then by bytes.
+// The search of key tables: keys ascend by length, then by bytes. lo = 0, hi = count, mid = lo + (hi - lo) / 2; left at the first equal
+// key.
 //
-// A record begins with its key's length and bytes, so its first eight bytes are most of a comparison: the length and six bytes of the key
-// as one word, of which the bytes swapped order as the keys do. Only keys that agree in that word are compared as bytes.
-//
-// The outcome of a comparison cannot be foreseen, and a mispredicted branch costs more than comparing several keys does. So a lookup halves
-// the table only as far as kMostScanned places, and then compares the words of all that are left for equality, four at a time without a
-// branch. Where that is not enough, more than one key agrees or something is odd, such as a record beyond the limit, the plain search
-// decides. In a table that is in order, equal keys included, the result is the plain search's; in one that is not, a key may be found that
-// it would miss.
-
-#include <emmintrin.h>
+// A key is compared as words: for keys of up to 16 bytes a length test and one or two loads. Which loads depends on the length that is
+// looked for alone, so the search is made once for each class of lengths.
 
 #include <algorithm>
 
@@ -18,255 +11,191 @@
 namespace cod::velon {
 namespace {
 
-// The plain search: lo = 0, hi = count, mid = lo + (hi - lo) / 2, left at the first equal key. *place: that key's, else of the first
-// greater one.
-CodResult searchPlainly(const VelonObject &object, const CodText &key, CodUint32 *place, bool *isEqual) {
-    CodUint32 lo = 0;
-    CodUint32 hi = object.data.aux;
-    *isEqual = false;
-    while (lo < hi && !*isEqual) {
-        const CodUint32 mid = lo + (hi - lo) / 2;
-        CodText probed = {};
-        CodUint32 valuePos = 0;
-        COD_TRY(readRecord(object, keyOffsetAt(object, mid), &probed, &valuePos));
-        const CodInt32 order = compareKeys(probed, key);
-        *isEqual = order == 0;
-        lo = order < 0 ? mid + 1 : order == 0 ? mid : lo;
-        hi = order < 0 ? hi : mid;
-    }
-    *place = lo;
-    return COD_SUCCESS;
-}
-
-constexpr CodUint32 kWord = sizeof(CodUint64);
-constexpr CodUint32 kWordKeyBytes = kWord - sizeof(CodUint16);  // bytes of the key in a record's first word
-constexpr CodUint32 kMostWordLength = 0xFF;                     // longer keys do not order by the swapped word
-constexpr CodUint32 kLongerLength = 0xFF00;                     // the bits of a record's word that tell of one
-
 // A key table: offsets and limit count from the count field; the table stands two bytes behind it.
 struct Table {
     const CodUint8 *base;
-    CodUint32 limit;
+    CodUint64 limit;
     CodUint32 count;
 
-    const CodUint8 *entry(CodUint32 index) const {
-        return base + sizeof(CodUint16) + CodUint64{kKeyEntry} * index;
-    }
-    CodUint32 recordAt(CodUint32 index) const {
-        return loadLe<CodUint32>(entry(index));
+    CodUint64 recordAt(CodUint32 index) const {
+        return loadLe<CodUint32>(base + sizeof(CodUint16) + CodUint64{kKeyEntry} * index);
     }
 };
 
-// The first bytes of a short key, no byte behind it read.
-CodUint64 firstBytes(const CodText &key) {
-    if (COD_LIKELY(key.len >= 4)) {
-        const CodUint32 apart = std::min(key.len - 4, 2u);
-        return loadLe<CodUint32>(key.str) | CodUint64{loadLe<CodUint32>(key.str + apart)} << (8 * apart);
-    }
-    CodUint64 bytes = 0;
-    for (CodUint32 i = 0; i < key.len; i++) {
-        bytes |= CodUint64{static_cast<CodUint8>(key.str[i])} << (8 * i);
-    }
-    return bytes;
-}
-
-// A key of at most kMostWordLength bytes that is looked for.
-struct WordKey {
-    CodText text;
-    CodUint64 word;  // what a record of this key begins with ...
-    CodUint64 mask;  // ... in these bits
-
-    explicit WordKey(const CodText &key)
-        : text(key),
-          word(firstBytes(key) << 16 | key.len),
-          mask(~CodUint64{0} >> (8 * (kWordKeyBytes - std::min(key.len, kWordKeyBytes)))) {}
-    // Whether the bytes of a record whose word agrees are those of the key. Up to 14 bytes the last eight, as two halves, tell.
-    bool isRestEqual(const CodUint8 *keyBytes) const {
-        if (text.len <= kWordKeyBytes) {
-            return true;
-        }
-        if (text.len <= kWordKeyBytes + 8) {
-            const CodUint32 last = text.len - 4;
-            const CodUint32 before = last - std::min(last, 4u);
-            return ((loadLe<CodUint32>(keyBytes + last) ^ loadLe<CodUint32>(text.str + last)) |
-                    (loadLe<CodUint32>(keyBytes + before) ^ loadLe<CodUint32>(text.str + before))) == 0;
-        }
-        return memcmp(keyBytes + kWordKeyBytes, text.str + kWordKeyBytes, text.len - kWordKeyBytes) == 0;
-    }
+// Bytes of a key as two words that order as they do. The loads overlap where the length is no whole number of words: a later one decides
+// only when the bytes that it shares with the first are equal.
+struct Words {
+    CodUint64 first;
+    CodUint64 second;
 };
 
-bool hasWords(const Table &table, const CodText &key) {
-    return COD_LIKELY(key.len <= kMostWordLength && table.limit >= kWord);
-}
-
-enum class Outcome { kOpen, kFound, kOdd };
-
-// Halves [*lo, *hi) as the plain search does until at most kMost places are left. kFound: *lo is the equal key's place.
-template <CodUint32 kMost>
-inline Outcome narrow(const Table &table, const WordKey &key, CodUint32 *lo, CodUint32 *hi) {
-    const CodUint64 word = __builtin_bswap64(key.word);
-    const CodUint64 mask = __builtin_bswap64(key.mask);
-    while (*hi - *lo > kMost) {
-        const CodUint32 mid = *lo + (*hi - *lo) / 2;
-        const CodUint32 at = table.recordAt(mid);
-        if (COD_UNLIKELY(at > table.limit - kWord)) {
-            return Outcome::kOdd;
+struct UpTo3 {
+    static Words load(const CodUint8 *bytes, CodUint32 length) {
+        if (length == 0) {
+            return {0, 0};
         }
-        const CodUint64 probed = loadLe<CodUint64>(table.base + at);
-        const CodUint64 ordered = __builtin_bswap64(probed) & mask;
-        bool isLess = ordered < word;
-        if (COD_UNLIKELY((probed & kLongerLength) != 0)) {
-            return Outcome::kOdd;
+        return {CodUint64{bytes[0]} << 16 | CodUint64{bytes[length / 2]} << 8 | bytes[length - 1], 0};
+    }
+};
+struct UpTo7 {
+    static Words load(const CodUint8 *bytes, CodUint32 length) {
+        const CodUint64 head = __builtin_bswap32(loadLe<CodUint32>(bytes));
+        return {head << 32 | __builtin_bswap32(loadLe<CodUint32>(bytes + length - sizeof(CodUint32))), 0};
+    }
+};
+struct UpTo16 {
+    static Words load(const CodUint8 *bytes, CodUint32 length) {
+        return {__builtin_bswap64(loadLe<CodUint64>(bytes)), __builtin_bswap64(loadLe<CodUint64>(bytes + length - sizeof(CodUint64)))};
+    }
+};
+struct Longer {};
+
+// A key that is looked for. compare: bytes of the same length with it; isLess: they stand before it.
+template <class Loads>
+class Target {
+public:
+    explicit Target(const CodText &key) : length(key.len), words_(Loads::load(reinterpret_cast<const CodUint8 *>(key.str), key.len)) {}
+    void compare(const CodUint8 *bytes, bool *isLess, bool *isEqual) const {
+        const Words words = Loads::load(bytes, length);
+        const bool isFirstEqual = words.first == words_.first;
+        *isLess = words.first < words_.first || (isFirstEqual && words.second < words_.second);
+        *isEqual = isFirstEqual && words.second == words_.second;
+    }
+
+    const CodUint32 length;
+
+private:
+    Words words_;
+};
+
+template <>
+class Target<Longer> {
+public:
+    explicit Target(const CodText &key) : length(key.len), bytes_(key.str) {}
+    void compare(const CodUint8 *bytes, bool *isLess, bool *isEqual) const {
+        const int order = memcmp(bytes, bytes_, length);
+        *isLess = order < 0;
+        *isEqual = order == 0;
+    }
+
+    const CodUint32 length;
+
+private:
+    const CodChar *bytes_;
+};
+
+// What a search has come to: between lo and hi at most as many places are left as it was to leave.
+struct Place {
+    CodUint32 lo;
+    CodUint32 hi;
+    CodUint64 equal;      // not 0: the record at lo, counted from the count field, has an equal key
+    CodUint64 faultyEnd;  // not 0: a record reaches to here, beyond the limit
+};
+
+template <bool kIsChecked, CodUint32 kMostLeft, class Target>
+inline Place search(const Table &table, const Target &target) {
+    CodUint32 lo = 0;
+    CodUint32 hi = table.count;
+    while (hi - lo > kMostLeft) {
+        const CodUint32 mid = lo + (hi - lo) / 2;
+        const CodUint64 at = table.recordAt(mid);
+        if (kIsChecked && COD_UNLIKELY(at + sizeof(CodUint16) > table.limit)) {
+            return {lo, hi, 0, at + sizeof(CodUint16)};
         }
-        if (COD_UNLIKELY(ordered == word)) {
-            if (COD_UNLIKELY(CodUint64{at} + sizeof(CodUint16) + key.text.len > table.limit)) {
-                return Outcome::kOdd;
+        const CodUint32 length = loadLe<CodUint16>(table.base + at);
+        const CodUint64 end = at + sizeof(CodUint16) + length;
+        if (kIsChecked && COD_UNLIKELY(end > table.limit)) {
+            return {lo, hi, 0, end};
+        }
+        bool isLess = length < target.length;
+        if (length == target.length) {
+            bool isEqual = false;
+            target.compare(table.base + at + sizeof(CodUint16), &isLess, &isEqual);
+            if (isEqual) {
+                return {mid, mid, end, 0};
             }
-            const int order = memcmp(table.base + at + sizeof(CodUint16), key.text.str, key.text.len);
-            if (order == 0) {
-                *lo = mid;
-                return Outcome::kFound;
-            }
-            isLess = order < 0;
         }
         if (isLess) {
-            *lo = mid + 1;
+            lo = mid + 1;
         } else {
-            *hi = mid;
+            hi = mid;
         }
     }
-    return Outcome::kOpen;
+    return {lo, hi, 0, 0};
 }
 
-constexpr CodUint32 kScanned = 4;       // places compared at once
-constexpr CodUint32 kMostScanned = 16;  // and in all
-constexpr CodUint32 kScanFault = 1 << kMostScanned;
-
-__m128i loadTwo(const CodUint8 *low, const CodUint8 *high) {
-    return _mm_castpd_si128(_mm_loadh_pd(_mm_load_sd(reinterpret_cast<const double *>(low)), reinterpret_cast<const double *>(high)));
+template <bool kIsChecked, CodUint32 kMostLeft>
+inline Place searchFor(const Table &table, const CodText &key) {
+    if (key.len >= 8 && key.len <= 16) {
+        return search<kIsChecked, kMostLeft>(table, Target<UpTo16>(key));
+    }
+    if (key.len >= 4 && key.len < 8) {
+        return search<kIsChecked, kMostLeft>(table, Target<UpTo7>(key));
+    }
+    if (key.len < 4) {
+        return search<kIsChecked, kMostLeft>(table, Target<UpTo3>(key));
+    }
+    return search<kIsChecked, kMostLeft>(table, Target<Longer>(key));
 }
 
-// Bit i of the result: the word of the record at place first + i agrees with the key's. Tables of at least kScanned places, of which those
-// from first to hi are compared; the last four overlap.
-inline CodUint32 scan(const Table &table, const WordKey &key, CodUint32 first, CodUint32 hi) {
-    const __m128i word = _mm_set1_epi64x(static_cast<CodInt64>(key.word));
-    const __m128i mask = _mm_set1_epi64x(static_cast<CodInt64>(key.mask));
-    const __m128i sign = _mm_set1_epi32(INT32_MIN);  // there is only a signed comparison
-    const __m128i lastStart = _mm_xor_si128(_mm_set1_epi32(static_cast<CodInt32>(table.limit - kWord)), sign);
-    CodUint32 hits = 0;
-    for (CodUint32 place = first;; place = std::min(place, table.count - kScanned)) {
-        const CodUint8 *entry = table.entry(place);
-        const __m128i offsets = _mm_loadu_si128(reinterpret_cast<const __m128i *>(entry));
-        if (COD_UNLIKELY(_mm_movemask_epi8(_mm_cmpgt_epi32(_mm_xor_si128(offsets, sign), lastStart)) != 0)) {
-            return kScanFault;
-        }
-        const auto recordOf = [&table, entry](CodUint32 i) { return table.base + loadLe<CodUint32>(entry + CodUint64{kKeyEntry} * i); };
-        const __m128i lower = _mm_cmpeq_epi32(_mm_and_si128(loadTwo(recordOf(0), recordOf(1)), mask), word);
-        const __m128i upper = _mm_cmpeq_epi32(_mm_and_si128(loadTwo(recordOf(2), recordOf(3)), mask), word);
-        const __m128 lowHalves = _mm_shuffle_ps(_mm_castsi128_ps(lower), _mm_castsi128_ps(upper), 0x88);
-        const __m128 highHalves = _mm_shuffle_ps(_mm_castsi128_ps(lower), _mm_castsi128_ps(upper), 0xDD);
-        hits |= static_cast<CodUint32>(_mm_movemask_ps(_mm_and_ps(lowHalves, highHalves))) << (place - first);
-        place += kScanned;
-        if (place >= hi) {
-            return hits;
-        }
-    }
-}
+// ---- Ranks ----
 
-// kFound: *place is the equal key's; kOpen: there is none; kOdd: the plain search must decide.
-inline Outcome lookUp(const Table &table, const WordKey &key, CodUint32 *place) {
-    CodUint32 hi = table.count;
-    *place = 0;
-    if (table.count < kScanned) {
-        return narrow<0>(table, key, place, &hi);
-    }
-    const Outcome outcome = narrow<kMostScanned>(table, key, place, &hi);
-    if (COD_UNLIKELY(outcome != Outcome::kOpen)) {
-        return outcome;
-    }
-    const CodUint32 first = std::min(*place, table.count - kScanned);
-    const CodUint32 hits = scan(table, key, first, hi);
-    if (hits == 0) {
-        return Outcome::kOpen;
-    }
-    if (COD_UNLIKELY((hits & (hits - 1)) != 0 || hits >= kScanFault)) {
-        return Outcome::kOdd;
-    }
-    *place = first + static_cast<CodUint32>(__builtin_ctz(hits));
-    const CodUint64 at = table.recordAt(*place);
-    if (COD_UNLIKELY(at + sizeof(CodUint16) + key.text.len > table.limit)) {
-        return Outcome::kOdd;
-    }
-    return key.isRestEqual(table.base + at + sizeof(CodUint16)) ? Outcome::kFound : Outcome::kOpen;
-}
-
-// The number of keys in [lo, hi) that stand before the key, counted without a branch; kTie when that takes more than their words.
 constexpr CodUint32 kTie = UINT32_MAX;
-inline CodUint32 rank(const Table &table, const WordKey &key, CodUint32 lo, CodUint32 hi) {
-    const CodUint64 word = __builtin_bswap64(key.word);
-    const CodUint64 mask = __builtin_bswap64(key.mask);
+constexpr CodUint32 kMostRanked = 16;
+constexpr CodUint32 kMostWordLength = 0xFF;
+
+// A record's first eight bytes, a key's length and six bytes of it, as a word that orders as keys of up to 255 bytes do; what stands behind
+// the key that is looked for is masked away.
+inline CodUint64 wordOf(const CodUint8 *record, CodUint64 mask) {
+    return __builtin_bswap64(loadLe<CodUint64>(record)) & mask;
+}
+
+// The number of keys in [lo, hi) that stand before a key of at most kMostWordLength bytes, counted without a branch on the outcome of a
+// comparison, which could not be foreseen. kTie: their words do not tell.
+inline CodUint32 rank(const Table &table, CodUint32 lo, CodUint32 hi, const CodText &key) {
+    constexpr CodUint32 kKeyBytes = sizeof(CodUint64) - sizeof(CodUint16);
+    CodUint8 record[sizeof(CodUint64)] = {static_cast<CodUint8>(key.len)};
+    const CodUint32 taken = std::min(key.len, kKeyBytes);
+    for (CodUint32 i = 0; i < taken; i++) {
+        record[sizeof(CodUint16) + i] = static_cast<CodUint8>(key.str[i]);
+    }
+    const CodUint64 mask = ~CodUint64{0} << (8 * (kKeyBytes - taken));
+    const CodUint64 word = wordOf(record, mask);
     CodUint32 less = 0;
     CodUint32 lessOrEqual = 0;
     for (CodUint32 place = lo; place < hi; place++) {
-        const CodUint32 at = table.recordAt(place);
-        if (COD_UNLIKELY(at > table.limit - kWord)) {
+        const CodUint64 at = table.recordAt(place);
+        if (COD_UNLIKELY(at + sizeof(CodUint64) > table.limit || table.base[at + 1] != 0)) {
             return kTie;
         }
-        const CodUint64 probed = loadLe<CodUint64>(table.base + at);
-        const CodUint64 ordered = __builtin_bswap64(probed) & mask;
-        if (COD_UNLIKELY((probed & kLongerLength) != 0)) {
-            return kTie;
-        }
-        less += ordered < word;
-        lessOrEqual += ordered <= word;
+        const CodUint64 ranked = wordOf(table.base + at, mask);
+        less += ranked < word;
+        lessOrEqual += ranked <= word;
     }
     return less == lessOrEqual ? less : kTie;
-}
-
-COD_COLD CodResult findKeyPlainly(const VelonObject &object, const CodText &key, CodUint32 *valuePos) {
-    CodUint32 place = 0;
-    bool isEqual = false;
-    CodText found = {};
-    *valuePos = 0;
-    COD_TRY(searchPlainly(object, key, &place, &isEqual));
-    return isEqual ? readRecord(object, keyOffsetAt(object, place), &found, valuePos) : COD_SUCCESS;
 }
 
 }  // namespace
 
 CodResult findKey(const VelonObject &object, const CodText &key, CodUint32 *valuePos) {
-    const Table table = {object.data.ptr + kCountAt, object.data.len - kCountAt, object.data.aux};
-    if (COD_UNLIKELY(!hasWords(table, key))) {
-        return findKeyPlainly(object, key, valuePos);
+    const Place place = searchFor<true, 0>({object.data.ptr + kCountAt, object.data.len - kCountAt, object.data.aux}, key);
+    if (COD_UNLIKELY(place.faultyEnd != 0)) {
+        return raiseOutOfBounds(object.data.len, place.faultyEnd + kCountAt);
     }
-    CodUint32 place = 0;
-    const Outcome outcome = lookUp(table, WordKey(key), &place);
-    if (COD_UNLIKELY(outcome == Outcome::kOdd)) {
-        return findKeyPlainly(object, key, valuePos);
-    }
-    *valuePos = outcome == Outcome::kFound ? table.recordAt(place) + kTableAt + key.len : 0;
+    *valuePos = place.equal != 0 ? static_cast<CodUint32>(place.equal + kCountAt) : 0;
     return COD_SUCCESS;
 }
 
 CodUint32 insertionPoint(const CodUint8 *countField, CodUint32 room, CodUint32 count, const CodText &key) {
     const Table table = {countField, room, count};
-    CodUint32 place = 0;
-    if (hasWords(table, key)) {
-        constexpr CodUint32 kMostRanked = 16;
-        CodUint32 hi = count;
-        const WordKey wordKey(key);
-        const Outcome outcome = narrow<kMostRanked>(table, wordKey, &place, &hi);
-        if (outcome == Outcome::kFound) {
-            return place;
-        }
-        const CodUint32 before = outcome == Outcome::kOpen ? rank(table, wordKey, place, hi) : kTie;
+    if (COD_LIKELY(key.len <= kMostWordLength)) {
+        const Place place = searchFor<false, kMostRanked>(table, key);
+        const CodUint32 before = rank(table, place.lo, place.hi, key);
         if (COD_LIKELY(before != kTie)) {
-            return place + before;
+            return place.lo + before;
         }
     }
-    bool isEqual = false;
-    (void)searchPlainly(objectOf({countField - kCountAt, room + kCountAt, count}), key, &place, &isEqual);
-    return place;
+    return searchFor<false, 0>(table, key).lo;
 }
 
 }  // namespace cod::velon
