@@ -85,6 +85,39 @@ const char kNoLog[] =
 const char kPackable[] = "day\n100\n103\n104\n107\n110\n";
 const std::string kPacked("VELP\1\2\3\0\5\0\0\0\0\0\0\0day\x0E\0\0\0\x64\0\0\0\5\0\0\0\2\2\0\0\xDC\3", 37);
 
+const char kJson[] = "{\"bb\":1,\"a\":[true,7,1.5,10000000000],\"ab\":\"x\"}";
+const char kJsonSummary[] = "object, 8 values, 76 bytes";
+const char kJsonDump[] =
+    "offset    bytes                          meaning\n"
+    "00000000  01 47 00 00 00                 object, 76 bytes in all\n"
+    "00000005  03 00                            3 members\n"
+    "00000007  14 00 00 00                      key \"a\" at 00000019\n"
+    "0000000B  40 00 00 00                      key \"ab\" at 00000045\n"
+    "0000000F  0E 00 00 00                      key \"bb\" at 00000013\n"
+    "00000013  02 00 62 62                      key \"bb\"\n"
+    "00000017  07 01                              tinyint 1\n"
+    "00000019  01 00 61                         key \"a\"\n"
+    "0000001C  02 24 00 00 00                     array, 41 bytes in all\n"
+    "00000021  04 00                                4 elements\n"
+    "00000023  05 01 00 00 00                       [0] bool true\n"
+    "00000028  07 07 00 00 00                       [1] tinyint 7\n"
+    "0000002D  04 16 00 00 00                       [2] number at 00000037\n"
+    "00000032  0A 1B 00 00 00                       [3] bigint at 0000003C\n"
+    "00000037  04 03 02 01 0F                       number 1.5\n"
+    "0000003C  0A 00 E4 0B 54 02 00 00 00           bigint 10000000000\n"
+    "00000045  02 00 61 62                      key \"ab\"\n"
+    "00000049  03 01 78                           string \"x\"\n";
+
+const char kJsonReport[] =
+    "{\n  \"columns\": [\n    {\n      \"column\": 1,\n      \"name\": \"v\",\n      \"rows\": 3,\n      \"empty\": 1,\n"
+    "      \"distinct\": 2,\n      \"shortest_bytes\": 1,\n      \"shortest\": \"7\",\n      \"longest_bytes\": 2,\n"
+    "      \"longest\": \"12\",\n      \"type\": \"NUMBER(2,0)\",\n      \"minimum\": 7,\n      \"maximum\": 12,\n"
+    "      \"sum\": 19,\n      \"mean\": 9.5,\n      \"packed_bits\": 4,\n      \"packed_bits_text_ratio\": 5,\n"
+    "      \"packed_from_min\": 3,\n      \"packed_from_min_text_ratio\": 6.7,\n      \"packed_as_steps\": null,\n"
+    "      \"most_common\": [\n        {\n          \"value\": \"12\",\n          \"count\": 1\n        },\n        {\n"
+    "          \"value\": \"7\",\n          \"count\": 1\n        }\n      ]\n    }\n  ],\n  \"rows\": 3,\n"
+    "  \"file\": \"standard input\"\n}\n";
+
 // More different values than a column holds, after one that is common early and before one that is common late.
 std::string crowd() {
     std::string input = "v\n";
@@ -126,6 +159,13 @@ TEST_F(Command, GoodInputIsAnsweredOnStandardOutput) {
         {"profile", "d\n2026-11-21 09:05-01\n2026-11-21 09:05+08:00", {"  (with zone, shown in UTC)\n", "21T01:05:00\n", "21T10:05:00\n"}},
         {"profile", "d\n2026-11-21\n2026-11-21 10:00Z", {" TIMESTAMP  (with and without zone)\n"}},
         {"profile", "d\n2026-11-21\n2026-02-29\n2026-11-22\n", {"longest bytes                10  \"2026-11-21\"\n  most common"}},
+        {"profile --json", "v\n12\n\"\"\n7\n", {kJsonReport}},
+        {"profile --json", crowd(), {"\"distinct_is_estimate\": true", "500,\n          \"count_at_most\": 501\n", "\"rows\": 70500"}},
+        {"profile --json",
+         "v\n1e125\n1e-120",
+         {"\"type\": null,\n      \"type_note\": \"246 digits", "\"sum\": null,\n      \"sum_note\": "}},
+        {"profile --json", "d\n2026-11-21\n", {"\"type\": \"DATE\",\n      \"earliest\": \"2026-11-21\",", "\"span\": \"0 days\""}},
+        {"profile --json", "\xE9\x01\n" + std::string(255, 'y') + "\xE2\x82\xAC", {"\xEF\xBF\xBD\\u0001\"", std::string(255, 'y') + "…\""}},
         {"log", kLog, {kLogReport}},
         {"log in", kNoLog, {"  first                         -\n", "other lines                  12\n\n12 lines, in\n"}},
         {"log -", manyCodes(), {"other lines                   0\n  VEL-00001", "  VEL-04096   ", "  other codes                   2\n"}},
@@ -164,6 +204,20 @@ TEST_F(Command, GoodInputIsAnsweredOnStandardOutput) {
         {"unpack packed", "", {"\"a,\"\"b\"\n"}},
         {"pack -c 1 -o packed", "\xEF\xBB\xBF\xEF\xBB\xBFn\n", {"0 values"}},
         {"unpack packed", "", {"\"\xEF\xBB\xBFn\"\n"}},
+        {"json encode in -o packed", kJson, {kJsonSummary + std::string(", 1.65 of the text, packed\n")}},
+        {"json check packed", "", {kJsonSummary + std::string(", packed\n")}},
+        {"json decode packed", "", {kJson + std::string("\n")}},
+        {"json decode --indent -o text packed", "", {}},
+        {"json get --json text '$.a'", "", {"[true,7,1.5,10000000000]\n"}},
+        {"json get packed '$.a[0]'", "", {"true\n"}},
+        {"json get packed '$.a[last]'", "", {"10000000000\n"}},
+        {"json get packed '$.ab'", "", {"\"x\"\n"}},
+        {"json dump --json", kJson, {kJsonDump}},
+        {"json dump --json",
+         "\"" + std::string(300, 'y') + "\"",
+         {"03 AC 02 79 79 79 79 79 79 ..  string \"" + std::string(40, 'y') + "…\", 300 bytes\n"}},
+        {"json encode -o packed", "[1E0]", {"array, 2 values, 21 bytes, 4.20 of the text, packed\n"}},
+        {"json decode --typed-doubles --indent packed", "", {"[\n  1E0\n]\n"}},
     };
     for (const auto &row : rows) {
         const Outcome outcome = run(row.arguments, row.input);
@@ -233,6 +287,24 @@ TEST_F(Command, FailuresAreOneLineOnStandardErrorAndNoOutput) {
         {"unpack", "VELP\2" + kPacked.substr(5), 1, "VEL-00331 file [^\n]* its version is 2, not 1"},
         {"unpack", "VELP\1\4" + kPacked.substr(6), 1, "VEL-00331 file [^\n]* its head is damaged"},
         {"unpack > /dev/full", kPacked, 1, lost + "28, [^\n]*"},
+        {"json check", "", 1, "VEL-00702 standard input: index out of bounds in velon: the len is 0 but the index is 0"},
+        {"json check in",
+         "\x0A"
+         "123456789",
+         1, "VEL-00714 in: velon data length 9 mismatch the actual data length 10"},
+        {"json check /dev/zero", "", 1, "VEL-00331 file /dev/zero is invalid, reason: it is larger than 33,554,432 bytes"},
+        {"json check /proc/self/mem", "", 1, "VEL-00207 failed to parse /proc/self/mem, row 1: errno 5, [^\n]*"},
+        {"json encode -o packed", "[1,\n 2x]", 1, "VEL-00712 standard input: JSON syntax error at line 2 column 3: [^\n]+"},
+        {"json encode -o packed", "[1,\n \"\xFF\"]", 1, "VEL-00718 standard input: invalid velon string data at line 2 column 3"},
+        {"json encode -o missing/packed", "1", 1, "VEL-00311 failed to create file missing/packed, errno 2, [^\n]*"},
+        {"json decode -o packed", std::string("\x0C\0\0\0\0\0\0\xF8\x7F", 9), 1, "VEL-00008 standard input: type convert error[^\n]*"},
+        {"json decode -o -", "\6", 2, "vel: [^\n]+"},
+        {"json get in '$[0]'", "\6", 1, "VEL-00722 in: path expression \"\\$\\[0\\]\" has no result"},
+        {"json get --json in '$.\"a\nb\"'", "{}", 1, "VEL-00722 in: path expression \"\\$.\"a\\\\nb\"\" has no result"},
+        {"json get in 'a'", "\6", 1, "VEL-00721 in: path expression syntax error at column 1: [^\n]+"},
+        {"json dump", "\3\1\xFF", 1, "VEL-00718 standard input: invalid velon string data"},
+        {"json dump --json > /dev/full", "[[1,2],[3,4]]", 1, lost + "28, [^\n]*"},
+        {"json", "", 2, "vel: [^\n]+"},
         {"error 4294967508", "", 1, invalid + "there is no error \"4294967508\""},
         {"error VEL-ERR_CMM_OUT_OF_INDEX", "", 1, invalid + "there is no error \"VEL-ERR_CMM_OUT_OF_INDEX\""},
         {"error 212x", "", 1, invalid + "there is no error \"212x\""},

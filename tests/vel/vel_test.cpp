@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <fstream>
 #include <map>
 #include <random>
 #include <set>
@@ -12,14 +13,34 @@
 
 #include <vel_infra/algorithm/ani_hashfunc.h>
 #include <vel_infra/error/ani_error_base.h>
+#include <vel_infra/velon/ani_velon.h>
+#include <vel_infra/velon/ani_velon_json.h>
 
 #include "log_profile.h"
 #include "packed_column.h"
+#include "report.h"
 #include "table_profile.h"
+#include "velon_dump.h"
+#include "velon_file.h"
 #include "work_memory.h"
 
 namespace vel {
 namespace {
+
+struct MemoryStream {
+    char *bytes = nullptr;
+    size_t size = 0;
+    FILE *stream = open_memstream(&bytes, &size);
+
+    ~MemoryStream() {
+        fclose(stream);
+        free(bytes);
+    }
+    std::string text() {
+        fflush(stream);
+        return {bytes, size};
+    }
+};
 
 using Random = std::mt19937_64;
 
@@ -148,7 +169,10 @@ TEST_F(VelTest, CountsOfAColumnHoldAgainstTheTrueOnesInFlatMemory) {
 
 // The n-th allocation fails, for every n until all succeed.
 TEST_F(VelTest, AFailedAllocationIsReportedAndNothingLeaks) {
-    const auto profile = [] {
+    const MemoryStream sink;
+    const std::string text = testing::TempDir() + "vel_test.json";
+    std::ofstream(text) << "{\"a\":[1,\"x\"]}";
+    const auto profile = [&sink, &text] {
         WorkMemory scarce;
         COD_TRY(scarce.init());
         TableProfile table({.name = "input", .valuesPerColumn = 50});
@@ -160,6 +184,10 @@ TEST_F(VelTest, AFailedAllocationIsReportedAndNothingLeaks) {
             COD_TRY(reader.feed(line.data(), line.size()));
         }
         COD_TRY(reader.finish());
+        COD_TRY(writeJsonReport(sink.stream, table, "input"));
+        VelonFile file(text.c_str());
+        COD_TRY(file.readJson());
+        COD_TRY(writeVelonDump(sink.stream, file.document()));
         LogProfile log;
         COD_TRY(log.init(scarce.pool()));
         for (int code = 1001; code < 1300; code++) {
@@ -180,6 +208,64 @@ TEST_F(VelTest, AFailedAllocationIsReportedAndNothingLeaks) {
         codFailAllocAfter(-1);
         ASSERT_TRUE(result == COD_SUCCESS ? n > 5 : codGetErrorStackDepth() > 0) << n;
     }
+}
+
+// ---- Dumps ----
+
+// Every byte of the document stands in one line, in order.
+void checkDump(const std::string &dump, const std::string &document) {
+    std::istringstream lines(dump);
+    std::string line;
+    std::getline(lines, line);
+    size_t next = 0;
+    bool isCut = false;
+    while (std::getline(lines, line)) {
+        const size_t offset = std::stoul(line.substr(0, 8), nullptr, 16);
+        if (line.ends_with(" shown above")) {
+            ASSERT_TRUE(isCut || offset < next) << dump;
+            continue;
+        }
+        ASSERT_TRUE(isCut ? offset > next : offset == next) << dump;
+        next = offset;
+        isCut = line.substr(10, 31).find("..") != std::string::npos;
+        std::istringstream bytes(line.substr(10, 31));
+        for (std::string byte; bytes >> byte && byte != "..";) {
+            ASSERT_EQ(std::stoi(byte, nullptr, 16), static_cast<CodUint8>(document.at(next++))) << dump;
+        }
+    }
+    ASSERT_TRUE(isCut || next == document.size()) << dump;
+}
+
+// Documents with bytes changed: those that are still accepted have offsets to what others lead to as well, and gaps.
+TEST(VelonDumpTest, ShowsEveryByteOfWhateverIsAcceptedOnce) {
+    codCleanError();
+    const std::string text = R"({"b":[1,"x",[[],{"k":"0123456789abc"}],2.5,[7]],"a":{"x":null,"y":9e99,"b":true},"c":[[1],[1],"x","x"]})";
+    Velon velon;
+    const CodText json = {const_cast<char *>(text.data()), static_cast<CodUint32>(text.size()), 0};
+    ASSERT_EQ(velonFromJson(codMemGetSystemAlloc(), &json, &velon), COD_SUCCESS);
+    const std::string good(reinterpret_cast<const char *>(velonGetDataPtr(&velon)), velonGetDataLength(&velon));
+    velonFree(&velon);
+    Random random(7);
+    int accepted = 0, shared = 0, unused = 0;
+    for (int i = 0; i < 30000; i++) {
+        std::string bytes = good;
+        for (int change = 0; change < i % 4; change++) {
+            bytes[random() % bytes.size()] = random() % 2 ? bytes[random() % bytes.size()] : static_cast<char>(random() % 128);
+        }
+        const VelonData data = {reinterpret_cast<const CodUint8 *>(bytes.data()), static_cast<CodUint32>(bytes.size()), 0};
+        const Velon document = velonNew(nullptr, &data);
+        if (velonCheckData(&document) == COD_SUCCESS) {
+            MemoryStream stream;
+            ASSERT_EQ(writeVelonDump(stream.stream, document), COD_SUCCESS);
+            const std::string dump = stream.text();
+            ASSERT_NO_FATAL_FAILURE(checkDump(dump, bytes));
+            accepted++;
+            shared += dump.find(" shown above\n") != std::string::npos;
+            unused += dump.find(" unused, ") != std::string::npos;
+        }
+        codCleanError();
+    }
+    EXPECT_TRUE(accepted > 10000 && shared > 100 && unused > 100) << accepted << " " << shared << " " << unused;
 }
 
 // ---- Numbers ----

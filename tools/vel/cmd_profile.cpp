@@ -1,3 +1,5 @@
+#include <cstring>
+
 #include <vel_infra/error/ani_error_base.h>
 
 #include "commands.h"
@@ -32,7 +34,11 @@ CodResult runProfile(const ProfileCommand &command, WorkDone *done) {
     TableProfile table(options);
     COD_TRY(table.init(memory.pool()));
     COD_TRY(readTable(input, command.delimiter, &table));
-    writeReport(stdout, table, input.name());
+    if (command.isJson) {
+        COD_TRY(writeJsonReport(stdout, table, strcmp(command.file, "-") == 0 ? input.name() : command.file));
+    } else {
+        writeReport(stdout, table, input.name());
+    }
     *done = {table.rows(), "row"};
     return COD_SUCCESS;
 }

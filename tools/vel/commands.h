@@ -28,6 +28,7 @@ struct ProfileCommand {
     char delimiter;
     bool hasHeader;
     const char *columns;  // null: all
+    bool isJson;          // how the report is written
 };
 CodResult runProfile(const ProfileCommand &command, WorkDone *done);
 
@@ -44,6 +45,20 @@ struct UnpackCommand {
     const char *file;  // "-": standard input
 };
 CodResult runUnpack(const UnpackCommand &command, WorkDone *done);
+
+struct JsonCommand {
+    const char *file;    // "-": standard input
+    const char *output;  // null: standard output
+    const char *path;    // of get
+    bool isText;         // the file is JSON text
+    bool isIndented;
+    bool hasTypedDoubles;
+};
+CodResult runJsonCheck(const JsonCommand &command, WorkDone *done);
+CodResult runJsonEncode(const JsonCommand &command, WorkDone *done);
+CodResult runJsonDecode(const JsonCommand &command, WorkDone *done);
+CodResult runJsonGet(const JsonCommand &command, WorkDone *done);
+CodResult runJsonDump(const JsonCommand &command, WorkDone *done);
 
 // Flushes standard output, which is standard error from then on. Errors: ERR_CMM_FILE_OPER when anything written to it was lost.
 CodResult finishOutput();

@@ -82,6 +82,18 @@ constexpr char kUnpackDetails[] =
     "\n"
     "Exit status: 0 success, 1 failure, 2 wrong usage.\n";
 
+constexpr char kJsonHelp[] = "JSON text and documents of binary JSON (Velon).";
+
+constexpr char kJsonDetails[] =
+    "A document has at most 33,554,432 bytes and is validated before anything else. Faults are told with the file, those of JSON text\n"
+    "with line and column in bytes, both from 1.\n"
+    "\n"
+    "Exit status: 0 success, 1 failure, 2 wrong usage.\n";
+
+constexpr char kJsonPathHelp[] =
+    "Where the value stands: $ is the whole, .name and .\"any name\" a member,\n"
+    "[0], [last] and [last-1] an element, .* and [*] all of them";
+
 struct CommandLine {
     CLI::App app{"Tools of the infrastructure library: look at data and errors the way the database server does.", "vel"};
     CLI::App *error = nullptr;
@@ -89,14 +101,19 @@ struct CommandLine {
     CLI::App *pack = nullptr;
     CLI::App *profile = nullptr;
     CLI::App *unpack = nullptr;
+    CodResult (*json)(const vel::JsonCommand &command, vel::WorkDone *done) = nullptr;  // of the subcommand given
     std::string code;
     std::string file = "-";
     std::string delimiter = ",";
     std::string column;
     std::string columns;
     std::string output;
+    std::string path;
     std::string logFolder;
     bool hasNoHeader = false;
+    bool isJson = false;  // the report or the file is JSON text
+    bool isIndented = false;
+    bool hasTypedDoubles = false;
     CLI::Option *columnsOption = nullptr;
 };
 
@@ -120,8 +137,8 @@ std::string checkOutput(std::string &text) {
     return text.empty() || text == "-" ? "the output must be a file" : "";
 }
 
-CLI::App *declareCommand(CommandLine *line, const char *name, const char *help) {
-    CLI::App *command = line->app.add_subcommand(name, help);
+CLI::App *declareCommand(CommandLine *line, CLI::App *parent, const char *name, const char *help) {
+    CLI::App *command = parent->add_subcommand(name, help);
     command->add_option("--log", line->logFolder, "Keep a log of the command's own work in run.log in this folder")
         ->type_name("DIR")
         ->transform(CLI::Validator(checkFolder, "", "folder"));
@@ -140,36 +157,65 @@ void declareCsv(CommandLine *line, CLI::App *command) {
     command->add_flag("--no-header", line->hasNoHeader, "The first row is data; columns are called \"column 1\" and so on");
 }
 
+CLI::Option *declareOutput(CommandLine *line, CLI::App *command, const char *help) {
+    return command->add_option("-o,--output", line->output, help)->type_name("OUT")->transform(CLI::Validator(checkOutput, "", "output"));
+}
+
 void declarePack(CommandLine *line) {
-    line->pack = declareCommand(line, "pack", kPackHelp);
+    line->pack = declareCommand(line, &line->app, "pack", kPackHelp);
     line->pack->footer(kPackDetails);
     declareCsv(line, line->pack);
     line->pack->add_option("-c,--column", line->column, "The column, by name or number from 1; a name goes before a number")
         ->type_name("NAME")
         ->required();
-    line->pack->add_option("-o,--output", line->output, "The packed file to write")
-        ->type_name("OUT")
-        ->required()
-        ->transform(CLI::Validator(checkOutput, "", "output"));
-    line->unpack = declareCommand(line, "unpack", kUnpackHelp);
+    declareOutput(line, line->pack, "The packed file to write")->required();
+    line->unpack = declareCommand(line, &line->app, "unpack", kUnpackHelp);
     line->unpack->footer(kUnpackDetails);
     declareFile(line, line->unpack);
 }
 
+void declareJson(CommandLine *line) {
+    CLI::App *json = line->app.add_subcommand("json", kJsonHelp);
+    json->require_subcommand(1);
+    const auto add = [line, json](const char *name, const char *help, auto run) {
+        CLI::App *command = declareCommand(line, json, name, help);
+        command->footer(kJsonDetails);
+        command->callback([line, run] { line->json = run; });
+        declareFile(line, command);
+        return command;
+    };
+    add("check", "Validate a document and tell its type, values and bytes.", vel::runJsonCheck);
+    CLI::App *encode = add("encode", "JSON text to a document.", vel::runJsonEncode);
+    declareOutput(line, encode, "The document to write")->required();
+    CLI::App *decode = add("decode", "A document to JSON text.", vel::runJsonDecode);
+    declareOutput(line, decode, "The text file to write; standard output when absent");
+    decode->add_flag("--indent", line->isIndented, "One member or element a line");
+    decode->add_flag("--typed-doubles", line->hasTypedDoubles, "Mark binary floating point by E0, so that it is read back as such");
+    CLI::App *get = add("get", "The value at a path, as JSON text.", vel::runJsonGet);
+    get->get_option("FILE")->required();
+    get->add_option("PATH", line->path, kJsonPathHelp)->type_name("")->required();
+    CLI::App *dump = add("dump", "The bytes of a document with their meaning.", vel::runJsonDump);
+    for (CLI::App *command : {get, dump}) {
+        command->add_flag("--json", line->isJson, "The file is JSON text rather than a document");
+    }
+}
+
 void declare(CommandLine *line) {
     line->app.require_subcommand(1);
-    line->error = declareCommand(line, "error", kErrorHelp);
+    line->error = declareCommand(line, &line->app, "error", kErrorHelp);
     line->error->add_option("CODE", line->code, "A number, a code such as VEL-00103, or a name")->required()->type_name("");
-    line->log = declareCommand(line, "log", kLogHelp);
+    line->log = declareCommand(line, &line->app, "log", kLogHelp);
     line->log->footer(kLogDetails);
     declareFile(line, line->log);
-    line->profile = declareCommand(line, "profile", kProfileHelp);
+    line->profile = declareCommand(line, &line->app, "profile", kProfileHelp);
     line->profile->footer(kProfileDetails);
     declareCsv(line, line->profile);
     line->columnsOption = line->profile
                               ->add_option("-c,--columns", line->columns,
                                            "Only these columns, by name or number from 1, separated by commas; a name goes before a number")
                               ->type_name("LIST");
+    line->profile->add_flag("--json", line->isJson, "Write the report as JSON");
+    declareJson(line);
     declarePack(line);
 }
 
@@ -186,8 +232,12 @@ CodResult runCommand(const CommandLine &line, vel::WorkDone *done) {
     if (*line.pack) {
         return vel::runPack({line.file.c_str(), line.delimiter[0], !line.hasNoHeader, line.column.c_str(), line.output.c_str()}, done);
     }
+    if (line.json != nullptr) {
+        const char *output = line.output.empty() ? nullptr : line.output.c_str();
+        return line.json({line.file.c_str(), output, line.path.c_str(), line.isJson, line.isIndented, line.hasTypedDoubles}, done);
+    }
     const char *columns = line.columnsOption->count() > 0 ? line.columns.c_str() : nullptr;
-    return vel::runProfile({line.file.c_str(), line.delimiter[0], !line.hasNoHeader, columns}, done);
+    return vel::runProfile({line.file.c_str(), line.delimiter[0], !line.hasNoHeader, columns, line.isJson}, done);
 }
 
 std::string join(int argc, char **argv) {

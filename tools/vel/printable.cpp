@@ -104,9 +104,17 @@ Piece makePiece(const CodUint8 *bytes, const Utf8Char &character, char quote) {
     return piece;
 }
 
-}  // namespace
+// U+FFFD for a byte that is no UTF-8.
+Piece makeUtf8Piece(const CodUint8 *bytes, const Utf8Char &character) {
+    Piece piece = {};
+    piece.taken = character.length == 0 ? 1 : character.length;
+    piece.length = character.length == 0 ? 3 : character.length;
+    memcpy(piece.text, character.length == 0 ? reinterpret_cast<const CodUint8 *>("\xEF\xBF\xBD") : bytes, piece.length);
+    return piece;
+}
 
-CodUint32 writePrintable(const CodText &text, bool isCut, char quote, CodUint32 limit, char *out) {
+template <class MakePiece>
+CodUint32 writePieces(const CodText &text, bool isCut, CodUint32 limit, char *out, MakePiece makePieceOf) {
     const auto *bytes = reinterpret_cast<const CodUint8 *>(text.str);
     CodUint32 length = 0;
     for (CodUint32 i = 0; i < text.len;) {
@@ -114,7 +122,7 @@ CodUint32 writePrintable(const CodText &text, bool isCut, char quote, CodUint32 
         if (character.isUnfinished && isCut) {
             break;
         }
-        const Piece piece = makePiece(bytes + i, character, quote);
+        const Piece piece = makePieceOf(bytes + i, character);
         if (length + piece.length > limit) {
             isCut = true;
             break;
@@ -129,6 +137,17 @@ CodUint32 writePrintable(const CodText &text, bool isCut, char quote, CodUint32 
     }
     out[length] = '\0';
     return length;
+}
+
+}  // namespace
+
+CodUint32 writePrintable(const CodText &text, bool isCut, char quote, CodUint32 limit, char *out) {
+    return writePieces(text, isCut, limit, out,
+                       [quote](const CodUint8 *bytes, const Utf8Char &character) { return makePiece(bytes, character, quote); });
+}
+
+CodUint32 writeUtf8(const CodText &text, bool isCut, CodUint32 limit, char *out) {
+    return writePieces(text, isCut, limit, out, makeUtf8Piece);
 }
 
 PrintableName::PrintableName(const char *name)

@@ -13,6 +13,9 @@ namespace vel {
 // backslash in front. Returns the length.
 CodUint32 writePrintable(const CodText &text, bool isCut, char quote, CodUint32 limit, char *out);
 
+// The same for texts that a program reads: all characters as they are, and U+FFFD in place of each byte that is not UTF-8.
+CodUint32 writeUtf8(const CodText &text, bool isCut, CodUint32 limit, char *out);
+
 // A terminated printable form of at most kNameLimit bytes, for messages and titles.
 class PrintableName {
 public:
