@@ -1,3 +1,4 @@
+#define COD_NO_INLINE
 #include <vel_infra/velon/ani_velon_array.h>
 
 #include "velon/ani_velon_base_internal.h"
@@ -118,6 +119,20 @@ CodResult velonArrayGetLazyValue(const VelonArray *array, CodInt32 index, VelonL
         return getElement<VELON_TYPE_##TYPE>(array, index, value);                             \
     }
 VELON_FOR_EACH_TYPE(VELON_ARRAY_GETTER)
+
+#define VELON_ARRAY_SECOND_NAME(Name, ValueType) \
+    CodResult velonArrayGet##Name##Exported(const VelonArray *array, CodInt32 index, ValueType *value) COD_SECOND_NAME(velonArrayGet##Name);
+/* clang-format off */
+VELON_ARRAY_SECOND_NAME(Tinyint,   CodInt8)
+VELON_ARRAY_SECOND_NAME(Smallint,  CodInt16)
+VELON_ARRAY_SECOND_NAME(Integer,   CodInt32)
+VELON_ARRAY_SECOND_NAME(Float,     CodFloat)
+VELON_ARRAY_SECOND_NAME(Bigint,    CodInt64)
+VELON_ARRAY_SECOND_NAME(Double,    CodDouble)
+VELON_ARRAY_SECOND_NAME(Timestamp, CodDate)
+VELON_ARRAY_SECOND_NAME(Date,      CodDate)
+VELON_ARRAY_SECOND_NAME(Time,      CodShortTime)
+/* clang-format on */
 
 VelonArrayIter velonArrayIterNew(const VelonArray *array) {
     return {array, 0};

@@ -60,8 +60,8 @@ const Refused kRefused[] = {
     // Equal, the greater first, the longer first, and in an object within.
     {719,
      "unordered or duplicated velon object keys",
-     {encode(objectOf({"k", "k"}, {kNull, kNull})), with(kPair, 7, little(14, 4) + little(10, 4)),
-      with(objectOf({"bb", "a"}, {kNull, kNull}), 7, little(10, 4) + little(15, 4)),
+     {encode(objectOf({"k", "k"}, {kNull, kNull})), encode(objectOf({"k", "k", "j", "k", "k"}, {kNull, kNull, kNull, kTiny, kNull})),
+      with(kPair, 7, little(14, 4) + little(10, 4)), with(objectOf({"bb", "a"}, {kNull, kNull}), 7, little(10, 4) + little(15, 4)),
       encode(arrayOf({objectOf({"k", "x", "k"}, {kNull, kNull, kNull})}))}},
     // A key record behind the end; offsets that lead back to the container when they wrap; a value behind the end; a key up to the end and
     // over.
@@ -83,6 +83,9 @@ TEST(VelonCheck, refuses) {
             SCOPED_TRACE(testing::PrintToString(bytes.substr(0, 60)));
             expectError(code, message, [&, &b = bytes] { return check(b); });
             EXPECT_THROW(Decoder(bytes).document(), CodError);
+            Walker walker(1000);
+            walker.walk(bytes);
+            EXPECT_TRUE(walker.faults.empty()) << testing::PrintToString(walker.faults);
         }
     }
 }

@@ -156,6 +156,7 @@ private:
         VelonValue value[2];
         VelonLazyValue lazy[2] = {};
         VelonObjectIter iter = velonObjectIterNew(&object);
+        const std::vector<Bytes> inOrder = keysInOrder(object);
         for (; velonObjectIterHasNext(&iter) && left_ > 0; left_--) {
             VelonObjectIter keys = iter, values = iter, lazies = iter, last = iter;
             const CodResult result = velonObjectIterNextEntry(&iter, &has[0], &key[0], &value[0]);
@@ -173,7 +174,7 @@ private:
             }
             if (keyResult == COD_SUCCESS) {
                 VELON_REQUIRE(key[1].str + key[1].len <= reinterpret_cast<const char *>(object.data.ptr + object.data.len));
-                search(object, key[1]);
+                inOrder.empty() ? void() : search(object, inOrder, key[1]);
             }
             child(out, strict, result, value[0], lazyResult, lazy[0]);
             VELON_REQUIRE(iter.index == last.index + (result == COD_SUCCESS));
@@ -187,22 +188,32 @@ private:
         VELON_REQUIRE(left_ == 0 || (velonObjectIterNextKey(&iter, &has[0], &key[0]) == COD_SUCCESS && !has[0]));
         VELON_REQUIRE(velonObjectGetElementCount(&object) == object.data.aux && velonObjectGetDataLength(&object) == object.data.len);
     }
-    // The search as the format words it, over readings of single keys.
-    void search(const VelonObject &object, const CodText &key) {
-        CodUint32 low = 0, high = object.data.aux, offset, pos = 0, foundPos = 0;
-        CodText read = {};
-        CodBool found = false, isEqual = false;
-        CodResult result = COD_SUCCESS;
-        while (low < high && result == COD_SUCCESS && !isEqual) {
-            const CodUint32 middle = low + (high - low) / 2;
-            std::memcpy(&offset, object.keyOffsets + 4 * middle, 4);
-            result = velonObjectReadKey(&object, offset, &read, &pos);
-            isEqual = result == COD_SUCCESS && bytesOf(read) == bytesOf(key);
-            (result == COD_SUCCESS && keyLess(bytesOf(read), bytesOf(key)) ? low : high) =
-                middle + (result == COD_SUCCESS && keyLess(bytesOf(read), bytesOf(key)));
+    // All keys, as long as they can be read and ascend or are equal.
+    static std::vector<Bytes> keysInOrder(const VelonObject &object) {
+        std::vector<Bytes> keys;
+        CodUint32 offset = 0, pos = 0;
+        CodText key = {};
+        for (CodUint32 i = 0; i < object.data.aux; i++) {
+            std::memcpy(&offset, object.keyOffsets + 4 * i, 4);
+            if (velonObjectReadKey(&object, offset, &key, &pos) != COD_SUCCESS || (i > 0 && keyLess(bytesOf(key), keys.back()))) {
+                return {};
+            }
+            keys.push_back(bytesOf(key));
         }
-        VELON_REQUIRE(velonObjectFindKey(&object, &key, &found, &foundPos) == result);
-        VELON_REQUIRE(result == COD_ERROR || (found == isEqual && (!found || foundPos == pos)));
+        return keys;
+    }
+    // The search as the format words it: of equal keys it finds the one that it meets first.
+    void search(const VelonObject &object, const std::vector<Bytes> &keys, const CodText &key) {
+        std::size_t low = 0, high = keys.size(), middle = high / 2;
+        for (; low < high && keys[middle] != bytesOf(key); middle = low + (high - low) / 2) {
+            (keyLess(keys[middle], bytesOf(key)) ? low : high) = middle + keyLess(keys[middle], bytesOf(key));
+        }
+        VelonLazyValue lazy = {};
+        CodBool found = false;
+        CodUint32 pos = 0;
+        const CodResult result = velonObjectGetNthLazyValue(&object, static_cast<CodUint32>(middle), &lazy);
+        VELON_REQUIRE(velonObjectFindKey(&object, &key, &found, &pos) == COD_SUCCESS && found == (low < high));
+        VELON_REQUIRE(result == COD_ERROR || lazy.data.ptr == object.data.ptr + pos);
     }
     void lookUp(const VelonObject &object, CodUint32 index, const CodText &key, const VelonValue &value) {
         VelonValue got;

@@ -62,7 +62,7 @@ COD_NODISCARD COD_API CodResult velonGetNumberUnchecked(const Velon *velon, CodN
 
 /* Accepts a document that is one whole value, in which every value is readable and lies within its container, object keys ascend
  * strictly, strings are UTF-8, NUMBERs decode, dates and times are in range, array entries agree with the values they lead to, and at most
- * VELON_MAX_DEPTH containers lie around each. Takes at most VELON_WORK_FACTOR steps for each byte. Keys may be any bytes.
+ * VELON_MAX_DEPTH containers lie around another. Takes at most VELON_WORK_FACTOR steps for each byte. Keys may be any bytes.
  * Errors: the readers'; ERR_CMM_VELON_DATA_LENGTH_MISMATCHED, ERR_CMM_VELON_INVALID_KEY, ERR_CMM_VELON_INVALID_UNICODE,
  * ERR_CMM_VELON_INVALID_DATETIME, ERR_CMM_VELON_NESTING_TOO_DEEPLY (too much work as well). */
 COD_NODISCARD COD_API CodResult velonCheckData(const Velon *velon);

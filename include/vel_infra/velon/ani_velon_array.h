@@ -51,6 +51,61 @@ COD_API CodBool velonArrayIterHasNext(const VelonArrayIter *iter);
 COD_NODISCARD COD_API CodResult velonArrayIterNextValue(VelonArrayIter *iter, CodBool *hasEntry, VelonValue *value);
 COD_NODISCARD COD_API CodResult velonArrayIterNextLazyValue(VelonArrayIter *iter, CodBool *hasEntry, VelonLazyValue *lazy);
 
+/* ---- Inline: elements of fixed width, when all is well with them ---- */
+
+#if !defined(COD_NO_INLINE)
+/* The entry of an element of this type; null: there is none. */
+COD_INLINE const CodUint8 *velonArrayEntryOf(const VelonArray *array, CodInt32 index, VelonType type) {
+    if (COD_LIKELY(array != NULL && (CodUint32)index < array->data.aux)) {
+        const CodUint8 *entry = array->valueEntry + (CodInt64)5 * index;
+        return COD_LIKELY(entry[0] == type) ? entry : NULL;
+    }
+    return NULL;
+}
+
+/* The payload of an element of this type and width; null: it is not there. */
+COD_INLINE const CodUint8 *velonArrayPayloadOf(const VelonArray *array, CodInt32 index, VelonType type, CodUint32 width, CodBool isInline) {
+    const CodUint8 *entry = velonArrayEntryOf(array, index, type);
+    if (isInline || entry == NULL) {
+        return entry != NULL ? entry + 1 : NULL;
+    }
+    CodUint32 offset;
+    __builtin_memcpy(&offset, entry + 1, sizeof(offset));
+    const CodUint64 at = (CodUint64)offset + 5;
+    return COD_LIKELY(at + 1 + width <= array->data.len && array->data.ptr[at] == type) ? array->data.ptr + at + 1 : NULL;
+}
+
+#define VELON_ARRAY_INLINE_BODY(Name, ValueType, TYPE, isInline)                                                             \
+    COD_API_INLINE CodResult velonArrayGet##Name(const VelonArray *array, CodInt32 index, ValueType *value) {                \
+        const CodUint8 *payload = velonArrayPayloadOf(array, index, VELON_TYPE_##TYPE, (CodUint32)sizeof(*value), isInline); \
+        if (COD_LIKELY(payload != NULL && value != NULL)) {                                                                  \
+            __builtin_memcpy(value, payload, sizeof(*value));                                                                \
+            return COD_SUCCESS;                                                                                              \
+        }                                                                                                                    \
+        return velonArrayGet##Name##Exported(array, index, value);                                                           \
+    }
+#else
+#define VELON_ARRAY_INLINE_BODY(Name, ValueType, TYPE, isInline)
+#endif
+
+#define VELON_ARRAY_INLINE_GETTER(Name, ValueType, TYPE, isInline)                                                            \
+    COD_NODISCARD COD_API CodResult velonArrayGet##Name##Exported(const VelonArray *array, CodInt32 index, ValueType *value); \
+    VELON_ARRAY_INLINE_BODY(Name, ValueType, TYPE, isInline)
+
+/* clang-format off */
+VELON_ARRAY_INLINE_GETTER(Tinyint,   CodInt8,      TINYINT,   true)
+VELON_ARRAY_INLINE_GETTER(Smallint,  CodInt16,     SMALLINT,  true)
+VELON_ARRAY_INLINE_GETTER(Integer,   CodInt32,     INTEGER,   true)
+VELON_ARRAY_INLINE_GETTER(Float,     CodFloat,     FLOAT,     true)
+VELON_ARRAY_INLINE_GETTER(Bigint,    CodInt64,     BIGINT,    false)
+VELON_ARRAY_INLINE_GETTER(Double,    CodDouble,    DOUBLE,    false)
+VELON_ARRAY_INLINE_GETTER(Timestamp, CodDate,      TIMESTAMP, false)
+VELON_ARRAY_INLINE_GETTER(Date,      CodDate,      DATE,      false)
+VELON_ARRAY_INLINE_GETTER(Time,      CodShortTime, TIME,      false)
+/* clang-format on */
+#undef VELON_ARRAY_INLINE_GETTER
+#undef VELON_ARRAY_INLINE_BODY
+
 COD_END_DECLS
 
 #endif

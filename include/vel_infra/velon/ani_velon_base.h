@@ -48,7 +48,7 @@ enum {
     VELON_MAX_LENGTH = 0x0FFFFFFF, /* bytes of a string or binary: what four varint bytes hold */
     VELON_MAX_ELEMENTS = 65535,    /* members of an object, elements of an array */
     VELON_MAX_KEY_LENGTH = 65535,  /* bytes */
-    VELON_MAX_DEPTH = 100,         /* containers open at once in a builder, and around a value that validation accepts */
+    VELON_MAX_DEPTH = 100,         /* containers open at once in a builder, and around each that validation accepts */
     VELON_WORK_FACTOR = 128,       /* bytes visited for each byte of a document, before it counts as nested too deeply */
 };
 
