@@ -58,7 +58,7 @@ typedef struct VelonData {
     CodUint32 len;       /* bytes that may be read */
     CodUint32 aux;       /* members of an object or array; the capacity of the buffer that the bytes were built in */
 } VelonData;
-COD_STATIC_ASSERT(sizeof(VelonData) == 16, "layout is fixed");
+COD_STATIC_ASSERT(sizeof(VelonData) == 16 && offsetof(VelonData, len) == 8 && offsetof(VelonData, aux) == 12, "layout is fixed");
 
 /* A document's handle. */
 typedef struct Velon {
@@ -77,7 +77,7 @@ typedef struct VelonArray {
     VelonData data;             /* as of an object */
     const CodUint8 *valueEntry; /* five bytes each: type, u32 */
 } VelonArray;
-COD_STATIC_ASSERT(sizeof(VelonArray) == 24, "layout is fixed");
+COD_STATIC_ASSERT(sizeof(VelonArray) == 24 && offsetof(VelonArray, valueEntry) == 16, "layout is fixed");
 
 /* A decoded value. NULL has none. */
 typedef struct VelonValue {
