@@ -69,4 +69,11 @@ inline CodUint32 parseEight(CodUint64 text) {
         ((value & 0x000000FF000000FF) * 0x000F424000000064 + (value >> 16 & 0x000000FF000000FF) * 0x0000271000000001) >> 32);
 }
 
+// The top bit of each byte that is no digit, right up to the first one; the bytes behind it may be wrong.
+inline CodUint64 otherThanDigits(CodUint64 word) {
+    // A digit less '0' is at most 9; adding 0x76 to more than that reaches the byte's top bit.
+    const CodUint64 values = word ^ 0x3030303030303030;
+    return ((values + 0x7676767676767676) | values) & 0x8080808080808080;
+}
+
 }  // namespace cod

@@ -140,6 +140,19 @@ Float toNearestFloat(U128 value, CodInt32 exp) {
     return roundToFloat<Float>(mantissa, exponent + static_cast<CodInt32>(wide.bits()) - 64, isAbove);
 }
 
+}  // namespace
+
+double nearestDouble(U128 value, CodInt32 exp) {
+    if (value < U128{1} << 53 && exp >= -kMaxExactPower && exp <= kMaxExactPower) {
+        // Two exact operands: their product or quotient is rounded once.
+        const double coefficient = static_cast<double>(lowOf(value));
+        return exp < 0 ? coefficient / kExactPowers[-exp] : coefficient * kExactPowers[exp];
+    }
+    return value != 0 ? toNearestFloat<double>(value, exp) : 0;
+}
+
+namespace {
+
 template <class Float>
 CodResult toFloat(const CodNumber *n, Float *v) {
     if (n == nullptr || v == nullptr) {
@@ -147,10 +160,8 @@ CodResult toFloat(const CodNumber *n, Float *v) {
     }
     const Operand a = loadOperand(n);
     Float result = 0;
-    if (std::is_same_v<Float, double> && a.value < U128{1} << 53 && a.exp >= -kMaxExactPower && a.exp <= kMaxExactPower) {
-        // Two exact operands: their product or quotient is rounded once.
-        const double coefficient = static_cast<double>(lowOf(a.value));
-        result = static_cast<Float>(a.exp < 0 ? coefficient / kExactPowers[-a.exp] : coefficient * kExactPowers[a.exp]);
+    if constexpr (std::is_same_v<Float, double>) {
+        result = nearestDouble(a.value, a.exp);
     } else if (a.value != 0) {
         result = toNearestFloat<Float>(a.value, a.exp);
     }

@@ -181,4 +181,7 @@ inline CodInt32 compareOperands(const Operand &a, const Operand &b) {
     return a.negative != 0 ? -order : order;
 }
 
+// value * 10^exp as the nearest double, ties to even; infinite when it is beyond the type.
+double nearestDouble(U128 value, CodInt32 exp);
+
 }  // namespace cod

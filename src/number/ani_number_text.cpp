@@ -52,13 +52,6 @@ struct Reader {
     }
 };
 
-// The top bit of each byte that is no digit, right up to the first one; the bytes behind it may be wrong.
-CodUint64 otherThanDigits(CodUint64 word) {
-    // A digit less '0' is at most 9; adding 0x76 to more than that reaches the byte's top bit.
-    const CodUint64 values = word ^ 0x3030303030303030;
-    return ((values + 0x7676767676767676) | values) & 0x8080808080808080;
-}
-
 // Digits with at most one point among them.
 struct Digits {
     U128 value = 0;

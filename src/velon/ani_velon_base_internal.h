@@ -324,8 +324,8 @@ inline CodInt32 compareKeys(const CodText &left, const CodText &right) {
 CodResult findKey(const VelonObject &object, const CodText &key, CodUint32 *valuePos);
 
 // The place in a key table, written by a builder, where a key's offset goes: that of an equal key, else of the first greater one. Offsets
-// count from countField, where `room` bytes may be read; the table stands two bytes behind it.
-CodUint32 insertionPoint(const CodUint8 *countField, CodUint32 room, CodUint32 count, const CodText &key);
+// count from countField, behind which `length` bytes are written; the table stands two bytes behind it.
+CodUint32 insertionPoint(const CodUint8 *countField, CodUint32 length, CodUint32 count, const CodText &key);
 
 // The places of an object's members in key order, by the position of their records.
 void orderByRecord(const VelonObject &object, CodUint16 *order);

@@ -40,7 +40,8 @@ CodResult growBuf(VelonBuf *buf, CodUint64 extra, Source *first, Source *second)
     if (needed > VELON_MAX_SIZE) {
         return raiseExceedsMaxSize();
     }
-    const CodUint64 doubled = std::min<CodUint64>(2 * CodUint64{buf->capacity}, UINT32_MAX);
+    // Not beyond the limit, so that what fits the capacity keeps it.
+    const CodUint64 doubled = std::min<CodUint64>(2 * CodUint64{buf->capacity}, VELON_MAX_SIZE);
     const auto capacity = static_cast<CodUint32>(std::max(roundUp8(static_cast<CodUint32>(needed)), doubled));
     const Following sources[] = {{*buf, first}, {*buf, second}};
     void *memory = buf->ptr;

@@ -207,9 +207,12 @@ inline auto payloadOf(Value value) {
     }
 }
 
+// Whether a value is missing: a null pointer, a view of no container.
 template <class Value>
-constexpr bool isNullPointer(Value value) {
-    if constexpr (std::is_pointer_v<Value>) {
+constexpr bool isMissing(Value value) {
+    if constexpr (std::is_same_v<Value, const VelonObject *> || std::is_same_v<Value, const VelonArray *>) {
+        return value == nullptr || value->data.len == 0;
+    } else if constexpr (std::is_pointer_v<Value>) {
         return value == nullptr;
     } else {
         return false;

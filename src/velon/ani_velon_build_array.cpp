@@ -33,7 +33,7 @@ inline CodResult checkElement(VelonArrayBuilder *builder) {
 
 template <VelonType kType, class Value>
 inline CodResult push(VelonArrayBuilder *builder, Value value) {
-    if (COD_UNLIKELY(isNullPointer(value))) {
+    if (COD_UNLIKELY(isMissing(value))) {
         return codRaise(ERR_CMM_POINTER_NULL);
     }
     COD_TRY(checkElement(builder));

@@ -46,8 +46,7 @@ inline void insertKeyOffset(VelonObjectBuilder *builder, const Source &key) {
         builder->keyOffsetPos += kKeyEntry;
         return;
     }
-    const CodUint32 place =
-        insertionPoint(countField, builder->buf->capacity - builder->startPos, builder->kvCount, textOf(key.bytes, key.size));
+    const CodUint32 place = insertionPoint(countField, offset, builder->kvCount, textOf(key.bytes, key.size));
     CodUint8 *entry = countField + sizeof(CodUint16) + CodUint64{kKeyEntry} * place;
     copyBytes(entry + kKeyEntry, entry, kKeyEntry * (builder->kvCount - place));
     storeLe(entry, offset);
@@ -87,7 +86,7 @@ inline CodResult pushMember(VelonObjectBuilder *builder, const CodText *key, Vel
 
 template <VelonType kType, class Value>
 inline CodResult push(VelonObjectBuilder *builder, const CodText *key, Value value) {
-    if (COD_UNLIKELY(isNullPointer(value))) {
+    if (COD_UNLIKELY(isMissing(value))) {
         return codRaise(ERR_CMM_POINTER_NULL);
     }
     return pushMember(builder, key, kType, payloadOf<kType>(value));

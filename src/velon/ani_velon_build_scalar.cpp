@@ -32,7 +32,7 @@ CodResult buildScalar(CodMemAlloc *owner, Payload payload, Velon *velon) {
 
 template <VelonType kType, class Value>
 CodResult build(CodMemAlloc *owner, Value value, Velon *velon) {
-    if (anyNull(owner, velon) || isNullPointer(value)) {
+    if (anyNull(owner, velon) || isMissing(value)) {
         return codRaise(ERR_CMM_POINTER_NULL);
     }
     return buildScalar<kType>(owner, payloadOf<kType>(value), velon);

@@ -5,12 +5,11 @@
 
 #include <vel_infra/algorithm/ani_hashfunc.h>
 
+#include "number/ani_number_internal.h"
 #include "velon/ani_velon_base_internal.h"
 
 namespace cod::velon {
 namespace {
-
-using U128 = unsigned __int128;
 
 // ---- Numbers ----
 
@@ -68,7 +67,7 @@ bool isTimesFives(U128 factor, CodInt32 power, U128 product) {
 
 // decimal == binary, exactly: both as an odd number times powers of two and five.
 bool isEqualDecimal(const CodNumber &decimal, CodDouble binary) {
-    U128 coefficient = U128{decimal.value.item64[1]} << 64 | decimal.value.item64[0];
+    U128 coefficient = makeU128(decimal.value.item64[1], decimal.value.item64[0]);
     if (coefficient == 0 || binary == 0) {
         return coefficient == 0 && binary == 0;
     }
@@ -111,20 +110,16 @@ bool isEqualNumber(const AnyNumber &left, const AnyNumber &right) {
 }
 
 // The nearest double: the same for equal numbers, whatever their types.
-CodResult nearestDouble(const AnyNumber &number, CodDouble *nearest) {
-    switch (number.kind) {
-        case NumberKind::kInteger:
-            *nearest = static_cast<CodDouble>(number.integer);
-            break;
-        case NumberKind::kBinary:
-            *nearest = std::isnan(number.binary) ? NAN : number.binary;
-            break;
-        default:
-            COD_TRY(codNumberToDouble(&number.decimal, nearest));
-            break;
+CodDouble nearestDoubleOf(const AnyNumber &number) {
+    CodDouble nearest = number.binary;
+    if (number.kind == NumberKind::kInteger) {
+        nearest = static_cast<CodDouble>(number.integer);
+    } else if (number.kind == NumberKind::kDecimal) {
+        const CodLargeInt &coefficient = number.decimal.value;
+        nearest = cod::nearestDouble(makeU128(coefficient.item64[1], coefficient.item64[0]), number.decimal.exp);
+        nearest = number.decimal.sign != 0 ? -nearest : nearest;
     }
-    *nearest += 0.0;  // no negative zero
-    return COD_SUCCESS;
+    return std::isnan(nearest) ? NAN : nearest + 0.0;  // one NaN, no negative zero
 }
 
 // ---- Values ----
@@ -260,10 +255,8 @@ private:
 CodResult Hasher::add(const VelonValue &value, CodUint32 depth) {
     const AnyNumber number = numberOf(value);
     if (number.kind != NumberKind::kNone) {
-        CodDouble nearest = 0;
-        COD_TRY(nearestDouble(number, &nearest));
         mix(VELON_TYPE_NUMBER);
-        mix(std::bit_cast<CodUint64>(nearest));
+        mix(std::bit_cast<CodUint64>(nearestDoubleOf(number)));
         return COD_SUCCESS;
     }
     mix(static_cast<CodUint64>(value.type));

@@ -3,334 +3,27 @@
 // A container's count and table stand before its body and are known only at its end. Each opened container leaves a gap for as many
 // entries as the last one of its kind and depth had, and collects its entries on a stack that all open containers share; at its end the
 // body is moved if the guess was wrong, and the table is filled in. Offsets count from their own container, so that nothing inside of a
-// moved body changes. Rows of equal shape, which most texts consist of, are never moved.
-
-#include <errno.h>
-#include <stdlib.h>
+// moved body changes. Of rows of equal shape, which most texts consist of, only the first is moved.
 
 #include <algorithm>
-#include <charconv>
 #include <cmath>
-#include <limits>
 
-#include <vel_infra/velon/ani_velon_buf.h>
 #include <vel_infra/velon/ani_velon_json.h>
 #include <vel_infra/velon/ani_velon_util.h>
 
 #include "base/cod_utf8.h"
-#include "number/ani_decimal_text_internal.h"
-#include "number/ani_number_internal.h"
 #include "velon/ani_velon_base_internal.h"
-#include "velon/ani_velon_json_internal.h"
+#include "velon/ani_velon_json_number_internal.h"
+#include "velon/ani_velon_json_string_internal.h"
 
 namespace cod::velon {
 namespace {
 
-// Why a text is refused, and where. The error is raised when it is certain that this is the first fault.
-enum class Fault : CodUint8 {
-    kNone,
-    kRaised,  // by the owner of the memory, or without a position
-    kSyntax,
-    kEscape,
-    kTooDeep,
-    kTooMany,
-    kKeyTooLong,
-};
-
-struct Failure {
-    Fault fault = Fault::kNone;
-    CodUint64 offset = 0;
-    const char *reason = nullptr;
-};
-
-constexpr const char *kUnexpectedEnd = "unexpected end of the text";
-constexpr const char *kUnknownEscape = "unknown escape";
-constexpr const char *kControlCharacter = "control character in a string";
 constexpr const char *kDigitExpected = "a digit is expected";
 
 template <class T>
 void store(CodUint8 *out, T value) {
     memcpy(out, &value, sizeof(value));
-}
-
-// ---- Escapes ----
-
-CodUint8 *putUtf8(CodUint8 *out, CodUint32 codePoint) {
-    const auto tail = [&](CodUint32 shift) { return static_cast<CodUint8>(0x80 | (codePoint >> shift & 0x3F)); };
-    if (codePoint < 0x80) {
-        *out++ = static_cast<CodUint8>(codePoint);
-    } else if (codePoint < 0x800) {
-        *out++ = static_cast<CodUint8>(0xC0 | codePoint >> 6);
-        *out++ = tail(0);
-    } else if (codePoint < 0x10000) {
-        *out++ = static_cast<CodUint8>(0xE0 | codePoint >> 12);
-        *out++ = tail(6);
-        *out++ = tail(0);
-    } else {
-        *out++ = static_cast<CodUint8>(0xF0 | codePoint >> 18);
-        *out++ = tail(12);
-        *out++ = tail(6);
-        *out++ = tail(0);
-    }
-    return out;
-}
-
-constexpr bool isSurrogate(CodUint32 unit) {
-    return unit - 0xD800 < 0x800;
-}
-
-// Four hexadecimal digits, or false.
-bool readHex(const CodUint8 *in, const CodUint8 *end, CodUint32 *unit) {
-    constexpr CodInt64 kDigits = 4;
-    *unit = 0;
-    for (CodInt64 i = 0; i < kDigits; i++) {
-        const CodUint32 c = in + i < end ? in[i] : 0;
-        const CodUint32 letter = (c | 0x20) - 'a';
-        if (c - '0' >= 10 && letter >= 6) {
-            return false;
-        }
-        *unit = *unit << 4 | (c - '0' < 10 ? c - '0' : letter + 10);
-    }
-    return true;
-}
-
-// A place in the text and one in the output. in == null: it has failed.
-struct Place {
-    const CodUint8 *in;
-    CodUint8 *out;
-};
-constexpr Place kFailed = {nullptr, nullptr};
-
-// The four digits behind \u, and the escape behind them when two make one character. At most four bytes are written.
-Place readUnicode(Place at, const CodUint8 *end) {
-    CodUint32 first = 0;
-    CodUint32 second = 0;
-    if (!readHex(at.in, end, &first)) {
-        return kFailed;
-    }
-    at.in += 4;
-    if (!isSurrogate(first)) {
-        return {at.in, putUtf8(at.out, first)};
-    }
-    const bool isPair = first < 0xDC00 && end - at.in >= 6 && at.in[0] == '\\' && at.in[1] == 'u' && readHex(at.in + 2, end, &second) &&
-                        second - 0xDC00 < 0x400;
-    if (!isPair) {
-        return kFailed;
-    }
-    return {at.in + 6, putUtf8(at.out, 0x10000 + ((first - 0xD800) << 10) + (second - 0xDC00))};
-}
-
-COD_COLD Place failEscape(Failure *failure, Fault fault, CodUint64 offset, const char *reason) {
-    *failure = {fault, offset, reason};
-    return kFailed;
-}
-
-// What stands at a byte that is special within a string, other than the quote at its end. begin: of the text, for the failure.
-[[gnu::noinline]] Place readSpecial(Place at, const CodUint8 *begin, const CodUint8 *end, Failure *failure) {
-    const CodUint64 offset = static_cast<CodUint64>(at.in - begin);
-    if (at.in == end || (*at.in == '\\' && at.in + 1 == end)) {
-        return failEscape(failure, Fault::kSyntax, static_cast<CodUint64>(end - begin), kUnexpectedEnd);
-    }
-    if (*at.in != '\\') {
-        return failEscape(failure, Fault::kSyntax, offset, kControlCharacter);
-    }
-    const CodUint8 c = at.in[1];
-    if (c == 'u') {
-        at = readUnicode({at.in + 2, at.out}, end);
-        return at.in != nullptr ? at : failEscape(failure, Fault::kEscape, offset, nullptr);
-    }
-    *at.out = kUnescaped.to[c];
-    return *at.out != 0 ? Place{at.in + 2, at.out + 1} : failEscape(failure, Fault::kSyntax, offset, kUnknownEscape);
-}
-
-// Copies up to sixteen bytes of a string. Returns how many stand before the first special one; 16: there is none.
-inline CodUint32 copyPlain(Place at, const CodUint8 *end) {
-    const __m128i chunk = loadChunk(at.in, static_cast<CodUint64>(end - at.in));
-    storeChunk(at.out, chunk);
-    return static_cast<CodUint32>(__builtin_ctz(specialBytes(chunk) | 1u << kChunk));
-}
-
-// ---- Raising ----
-
-CodTextPos positionOf(const CodUint8 *begin, CodUint64 offset) {
-    CodTextPos pos = {1, 1, static_cast<CodUint32>(offset)};
-    for (CodUint64 i = 0; i < offset; i++) {
-        pos.column = begin[i] == '\n' ? 1 : pos.column + 1;
-        pos.line += begin[i] == '\n';
-    }
-    return pos;
-}
-
-CodResult raiseAt(const Failure &failure, CodTextPos pos) {
-    const int line = static_cast<int>(pos.line);
-    const int column = static_cast<int>(pos.column);
-    switch (failure.fault) {
-        case Fault::kEscape:
-            return codRaise(ERR_CMM_VELON_INVALID_UNICODE_ESCAPE, line, column);
-        case Fault::kTooDeep:
-            return raiseNestedTooDeeply();
-        case Fault::kTooMany:
-            return codRaise(ERR_CMM_VELON_TOO_MANY_CHILDREN, static_cast<int>(VELON_MAX_ELEMENTS));
-        case Fault::kKeyTooLong:
-            return codRaise(ERR_CMM_INVALID_PARAMETER, "a key is too long");
-        default:
-            return codRaise(ERR_CMM_VELON_JSON_SYNTAX_ERROR, line, column, failure.reason);
-    }
-}
-
-COD_COLD CodResult raiseFailure(const Failure &failure, const CodUint8 *begin) {
-    if (failure.fault != Fault::kRaised) {
-        const CodTextPos pos = positionOf(begin, failure.offset);
-        raiseAt(failure, pos);
-        codSetPos(pos);
-    }
-    return COD_ERROR;
-}
-
-COD_COLD CodResult raiseInvalidUtf8(const CodUint8 *begin, CodUint64 offset) {
-    codRaise(ERR_CMM_VELON_INVALID_UNICODE);
-    codSetPos(positionOf(begin, offset));
-    return COD_ERROR;
-}
-
-// ---- Numbers ----
-
-constexpr bool isDigit(CodUint8 c) {
-    return c - CodUint32{'0'} < 10;
-}
-
-// Appends the digits that stand at `in` to the value, modulo 2^64. Returns the place behind them.
-inline const CodUint8 *readDigits(const CodUint8 *in, const CodUint8 *end, CodUint64 *value) {
-    static constexpr CodUint32 powers[] = {1, 10, 100, 1000, 10000, 100000, 1000000, 10000000};
-    while (end - in >= 8) {
-        const CodUint64 word = loadLe<CodUint64>(in);
-        // The top bit of each byte that is no digit, right up to the first one.
-        const CodUint64 digits = word ^ 0x3030303030303030;
-        const CodUint64 others = ((digits + 0x7676767676767676) | digits) & 0x8080808080808080;
-        if (others != 0) {
-            const CodUint32 bits = static_cast<CodUint32>(__builtin_ctzll(others)) - 7;
-            // Moved to the word's end, the digits have zeros before them.
-            *value = *value * powers[bits / 8] + parseEight(word << (56 - bits) << 8);
-            return in + bits / 8;
-        }
-        *value = *value * 100000000 + parseEight(word);
-        in += 8;
-    }
-    for (; in != end && isDigit(*in); in++) {
-        *value = *value * 10 + (*in - CodUint32{'0'});
-    }
-    return in;
-}
-
-// What a number's text consists of.
-struct NumberText {
-    const CodUint8 *digits;    // the first one
-    const CodUint8 *mantissa;  // behind the last one
-    CodUint64 count;           // digits, the zero before a point included
-    CodUint64 value;           // of all digits, right up to 19 of them
-    CodInt64 exp;              // of the last digit
-    bool isNegative;
-    bool isDouble;  // by its suffix
-};
-
-// Digits of any number as 38 significant ones and a power of ten, as far as they are that.
-struct Significant {
-    U128 value = 0;
-    CodInt64 exp = 0;  // of the value's last digit, which is not 0
-    bool isExact = true;
-};
-
-// Zeros at the end are counted, not taken in, until another digit follows.
-Significant readSignificant(const NumberText &text) {
-    Significant result;
-    CodUint64 zeros = 0;
-    CodUint64 kept = 0;
-    for (const CodUint8 *in = text.digits; in != text.mantissa; in++) {
-        if (*in == '.' || (*in == '0' && kept == 0)) {
-            continue;
-        }
-        if (*in == '0') {
-            zeros++;
-            continue;
-        }
-        kept += zeros + 1;
-        if (kept > COD_NUMBER_DIGITS) {
-            result.isExact = false;
-            return result;
-        }
-        result.value = result.value * pow10(static_cast<CodUint32>(zeros + 1)) + (*in - CodUint32{'0'});
-        zeros = 0;
-    }
-    result.exp = text.exp + static_cast<CodInt64>(zeros);
-    return result;
-}
-
-Significant significantOf(const NumberText &text) {
-    constexpr CodUint64 kWordDigits = 19;
-    if (COD_UNLIKELY(text.count > kWordDigits)) {
-        return readSignificant(text);
-    }
-    Significant result = {text.value, text.exp, true};
-    if (text.value != 0) {
-        result.exp += stripZeros(result.value, kMaxPower128);
-    }
-    return result;
-}
-
-// The digits as strtod takes them in any locale, without a point. So many decide every case but for whether something follows.
-constexpr CodUint32 kMostDigits = 800;
-// Decimal magnitudes beyond which every value is infinite, or zero.
-constexpr CodInt64 kFarMagnitude = 400;
-
-// The nearest double, infinite when it is beyond the type.
-double readNearest(const NumberText &text) {
-    char room[kMostDigits + 16];
-    char *out = room;
-    CodUint64 left = 0;  // digits that were left out
-    bool isMore = false;
-    for (const CodUint8 *in = text.digits; in != text.mantissa; in++) {
-        if (*in == '.' || (*in == '0' && out == room)) {
-            continue;
-        }
-        if (out - room < kMostDigits) {
-            *out++ = static_cast<char>(*in);
-        } else {
-            left++;
-            isMore |= *in != '0';
-        }
-    }
-    CodInt64 exp = text.exp + static_cast<CodInt64>(left);
-    const CodInt64 magnitude = exp + (out - room);
-    if (out == room || magnitude < -kFarMagnitude) {
-        return 0;
-    }
-    if (magnitude > kFarMagnitude) {
-        return std::numeric_limits<double>::infinity();
-    }
-    if (isMore) {
-        *out++ = '1';
-        exp--;
-    }
-    *out++ = 'e';
-    *std::to_chars(out, out + 8, exp).ptr = '\0';
-    const int saved = errno;
-    const double value = strtod(room, nullptr);
-    errno = saved;
-    return value;
-}
-
-// Powers of ten that a double holds exactly: one operation on exact operands is correctly rounded.
-constexpr double kExactPowers[] = {1e0,  1e1,  1e2,  1e3,  1e4,  1e5,  1e6,  1e7,  1e8,  1e9,  1e10, 1e11,
-                                   1e12, 1e13, 1e14, 1e15, 1e16, 1e17, 1e18, 1e19, 1e20, 1e21, 1e22};
-constexpr CodInt64 kMaxExactPower = 22;
-
-double nearestDouble(const NumberText &text, const Significant &number) {
-    const bool isSimple = number.isExact && number.value < U128{1} << 53 && number.exp >= -kMaxExactPower && number.exp <= kMaxExactPower;
-    if (!isSimple) {
-        return readNearest(text);
-    }
-    const double value = static_cast<double>(lowOf(number.value));
-    return number.exp < 0 ? value / kExactPowers[-number.exp] : value * kExactPowers[number.exp];
 }
 
 // ---- Containers ----
@@ -488,7 +181,9 @@ private:
     CodUint8 *putInline(Place at, VelonType type, CodUint32 width, CodUint32 word);
     CodUint8 *putInteger(Place at, CodInt64 value);
     CodUint8 *putDouble(Place at, double value);
-    CodUint8 *putNumber(Place at, const Significant &number, bool isNegative);
+    CodUint8 *putNumber(Place at, const CodNumber &number);
+    template <class T>
+    CodUint8 *putWide(Place at, VelonType type, T value);
     CodUint8 *putDecimal(Place at, const NumberText &text);
 
     Place open(Place at, bool isObject);
@@ -497,6 +192,7 @@ private:
     CodUint8 *closeArray(CodUint8 *out);
     CodUint8 *closeObject(CodUint8 *out);
     bool orderMembers(SortKey *keys, CodUint32 count);
+    COD_COLD bool failDuplicate(const SortKey *keys, CodUint32 count, const CodUint8 *body);
     Place readToNext(Place at);
 
     CodMemAlloc *owner_;
@@ -765,6 +461,18 @@ Place Reader::readLiteral(Place at) {
 
 // ---- Numbers ----
 
+// A value of eight bytes.
+template <class T>
+CodUint8 *Reader::putWide(Place at, VelonType type, T value) {
+    static_assert(sizeof(value) == 8);
+    if (!pushOffset(at, type)) {
+        return nullptr;
+    }
+    at.out[0] = static_cast<CodUint8>(type);
+    store(at.out + 1, value);
+    return at.out + 1 + sizeof(value);
+}
+
 inline CodUint8 *Reader::putInteger(Place at, CodInt64 value) {
     const CodUint64 magnitude = static_cast<CodUint64>(value < 0 ? ~value : value);
     const CodUint32 bits = 64 - static_cast<CodUint32>(__builtin_clzll(magnitude | 1));
@@ -775,74 +483,34 @@ inline CodUint8 *Reader::putInteger(Place at, CodInt64 value) {
         const CodUint32 used = 0xFFFFFFFF >> (32 - (8u << width));
         return putInline(at, type, 1u << width, static_cast<CodUint32>(value) & used);
     }
-    if (!pushOffset(at, type)) {
-        return nullptr;
-    }
-    at.out[0] = static_cast<CodUint8>(type);
-    store(at.out + 1, value);
-    return at.out + 1 + sizeof(value);
+    return putWide(at, type, value);
 }
 
 CodUint8 *Reader::putDouble(Place at, double value) {
-    if (!std::isfinite(value)) {
-        return failPlace(at.in, "number too large").out;
-    }
-    if (!pushOffset(at, VELON_TYPE_DOUBLE)) {
-        return nullptr;
-    }
-    at.out[0] = VELON_TYPE_DOUBLE;
-    store(at.out + 1, value);
-    return at.out + 1 + sizeof(value);
+    return std::isfinite(value) ? putWide(at, VELON_TYPE_DOUBLE, value) : failPlace(at.in, "number too large").out;
 }
 
-CodUint8 *Reader::putNumber(Place at, const Significant &number, bool isNegative) {
+CodUint8 *Reader::putNumber(Place at, const CodNumber &number) {
     if (!pushOffset(at, VELON_TYPE_NUMBER)) {
         return nullptr;
     }
-    CodNumber n;
-    storeNumber(&n, number.value, static_cast<CodInt32>(number.exp), isNegative);
     CodBytes stored = {at.out + 2, 0, 0};
-    codEncodeNumber(&n, &stored);
+    codEncodeNumber(&number, &stored);
     at.out[0] = VELON_TYPE_NUMBER;
     at.out[1] = static_cast<CodUint8>(stored.size);
     return at.out + 2 + stored.size;
 }
 
-// Whether it is an integer of 64 bits.
-bool isBigint(const Significant &number, bool isNegative, CodInt64 *value) {
-    constexpr U128 most = U128{1} << 63;
-    if (number.exp < 0 || number.exp > 18 || number.value > most) {
-        return false;
-    }
-    const U128 whole = number.value * pow10(static_cast<CodUint32>(number.exp));
-    if (whole >= most + isNegative) {
-        return false;
-    }
-    *value = static_cast<CodInt64>(isNegative ? 0 - lowOf(whole) : lowOf(whole));
-    return true;
-}
-
-bool isHeldByNumber(const Significant &number) {
-    const CodInt64 magnitude = number.exp + static_cast<CodInt64>(digits128(number.value));
-    return magnitude >= COD_NUMBER_MIN_MAGNITUDE && magnitude <= COD_NUMBER_MAX_MAGNITUDE;
-}
-
 CodUint8 *Reader::putDecimal(Place at, const NumberText &text) {
-    Significant number = significantOf(text);
-    if (number.isExact && number.value == 0) {
-        number.exp = 0;
+    const JsonNumber number = numberOf(text);
+    switch (number.kind) {
+        case NumberKind::kInteger:
+            return putInteger(at, number.integer);
+        case NumberKind::kNumber:
+            return putNumber(at, number.number);
+        default:
+            return putDouble(at, number.binary);
     }
-    CodInt64 integer = 0;
-    if (number.isExact && !text.isDouble) {
-        if (isBigint(number, text.isNegative, &integer)) {
-            return putInteger(at, integer);
-        }
-        if (isHeldByNumber(number)) {
-            return putNumber(at, number, text.isNegative);
-        }
-    }
-    const double value = nearestDouble(text, number);
-    return putDouble(at, text.isNegative ? -value : value);
 }
 
 // From the point on.
@@ -987,6 +655,18 @@ CodUint8 *Reader::closeArray(CodUint8 *out) {
     return out;
 }
 
+// The first member in the text whose key was there before. Equal keys are neighbours, in the order of the text.
+bool Reader::failDuplicate(const SortKey *keys, CodUint32 count, const CodUint8 *body) {
+    const Slot *slots = slots_ + frame_->firstSlot;
+    Slot first = ~Slot{0};
+    for (CodUint32 i = 1; i < count; i++) {
+        if (!isBefore(body, keys[i - 1], keys[i])) {
+            first = std::min(first, slots[keys[i].place()] >> 32);
+        }
+    }
+    return failSyntax(begin_ + first, "duplicate key");
+}
+
 // The members in the order of their keys.
 bool Reader::orderMembers(SortKey *keys, CodUint32 count) {
     const CodUint64 depth = static_cast<CodUint64>(frame_ - frames_);
@@ -1004,9 +684,8 @@ bool Reader::orderMembers(SortKey *keys, CodUint32 count) {
         return true;
     }
     sortKeys(keys, count, body);
-    const CodUint32 second = findUnordered(keys, count, body);
-    if (second != count) {
-        return failSyntax(begin_ + (slots[keys[second].place()] >> 32), "duplicate key");
+    if (COD_UNLIKELY(findUnordered(keys, count, body) != count)) {
+        return failDuplicate(keys, count, body);
     }
     for (CodUint32 i = 0; isShort && i < count; i++) {
         order[i] = static_cast<CodUint8>(keys[i].place());
@@ -1108,73 +787,4 @@ CodResult velonFromJson(CodMemAlloc *owner, const CodText *text, Velon *velon) {
     const Failure &failure = reader.failure();
     const bool isAtBytes = isRead || (failure.fault != Fault::kRaised && failure.offset == valid);
     return !isValid && isAtBytes ? raiseInvalidUtf8(begin, valid) : raiseFailure(failure, begin);
-}
-
-namespace cod::velon {
-namespace {
-
-// All bytes of a string that has no quotes around it. Returns the end of the output, or null.
-CodUint8 *resolve(Place at, const CodUint8 *end, Failure *failure) {
-    const CodUint8 *begin = at.in;
-    while (at.in != nullptr && at.in != end) {
-        const CodUint32 plain = copyPlain(at, end);
-        at = {at.in + plain, at.out + plain};
-        if (plain < kChunk && at.in != end) {
-            const bool isQuote = *at.in == '"';
-            at = isQuote ? failEscape(failure, Fault::kSyntax, static_cast<CodUint64>(at.in - begin), "a quote in a string")
-                         : readSpecial(at, begin, end, failure);
-        }
-    }
-    return at.out;
-}
-
-}  // namespace
-}  // namespace cod::velon
-
-CodResult jsonStringToOwned(CodMemAlloc *owner, const CodText *json, CodText *text) {
-    if (anyNull(owner, json, text) || (json->str == nullptr && json->len != 0)) {
-        return codRaise(ERR_CMM_POINTER_NULL);
-    }
-    const auto *begin = reinterpret_cast<const CodUint8 *>(json->str);
-    if (!isValidUtf8(begin, json->len)) {
-        return raiseInvalidUtf8(begin, utf8ValidPrefix(begin, json->len));
-    }
-    if (json->len == 0) {
-        text->str = nullptr;
-        text->len = 0;
-        return COD_SUCCESS;
-    }
-    if (json->len > UINT32_MAX - kChunk) {
-        return codRaise(ERR_CMM_OUT_OF_MEMORY, "a JSON string", static_cast<long>(json->len));
-    }
-    // What is resolved is never longer; whole chunks are written.
-    void *memory = nullptr;
-    COD_TRY(owner->alloc(owner, json->len + kChunk, &memory));
-    auto *out = static_cast<CodUint8 *>(memory);
-    Failure failure;
-    const CodUint8 *outEnd = resolve({begin, out}, begin + json->len, &failure);
-    if (outEnd == nullptr) {
-        if (owner->free != nullptr) {
-            owner->free(owner, memory);
-        }
-        return raiseFailure(failure, begin);
-    }
-    text->str = static_cast<CodChar *>(memory);
-    text->len = static_cast<CodUint32>(outEnd - out);
-    return COD_SUCCESS;
-}
-
-CodResult jsonStringPushUnicode(VelonBuf *buf, CodUint32 codePoint) {
-    if (anyNull(buf)) {
-        return codRaise(ERR_CMM_POINTER_NULL);
-    }
-    if (isSurrogate(codePoint) || codePoint > 0x10FFFF) {
-        return codRaise(ERR_CMM_VELON_INVALID_UNICODE);
-    }
-    CodUint8 bytes[4];
-    const CodUint32 size = static_cast<CodUint32>(putUtf8(bytes, codePoint) - bytes);
-    COD_TRY(velonBufReserve(buf, size));
-    memcpy(buf->ptr + buf->len, bytes, size);
-    buf->len += size;
-    return COD_SUCCESS;
 }

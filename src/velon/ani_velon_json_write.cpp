@@ -145,6 +145,7 @@ char *putEscape(char *out, CodUint8 c) {
 // ---- Documents ----
 
 constexpr CodUint32 kFirstPlaces = 1024;
+constexpr CodUint32 kEscapeSize = 6;
 
 class Writer {
 public:
@@ -193,7 +194,7 @@ private:
     char *putMember(char *out, const VelonObject &object, CodUint32 index, CodUint32 depth);
     template <class Put>
     char *putEntries(char *out, const char *brackets, CodUint32 count, CodUint32 depth, Put put);
-    bool enter(CodUint32 depth, CodUint64 bytes);
+    bool enter(CodUint32 depth, CodUint32 count, CodUint32 entry);
     char *putArray(char *out, const VelonArray &array, CodUint32 depth);
     char *putObject(char *out, const VelonObject &object, CodUint32 depth);
 
@@ -271,7 +272,7 @@ char *Writer::putString(char *out, const CodUint8 *bytes, CodUint32 size) {
         left -= plain;
         if (plain < kChunk && left != 0) {
             out = reserve(out, CodUint64{left});
-            if (out == nullptr) {
+            if (out == nullptr || work_.spend(kEscapeSize) != COD_SUCCESS) {
                 return nullptr;
             }
             out = putEscape(out, *in++);
@@ -460,13 +461,14 @@ char *Writer::putMember(char *out, const VelonObject &object, CodUint32 index, C
     return out != nullptr ? putPayload(out, type, object.data, CodUint64{at} + 1, depth) : nullptr;
 }
 
-// A container with `depth` others around it, of which so many bytes are visited.
-bool Writer::enter(CodUint32 depth, CodUint64 bytes) {
+// A container with `depth` others around it and so many entries of so many bytes. What is written beyond what is read counts as work too.
+bool Writer::enter(CodUint32 depth, CodUint32 count, CodUint32 entry) {
     if (COD_UNLIKELY(depth > VELON_MAX_DEPTH)) {
         raiseNestedTooDeeply();
         return false;
     }
-    return work_.spend(bytes) == COD_SUCCESS;
+    const CodUint64 indentation = isIndented_ ? 2 * (CodUint64{depth} + 1) : 0;
+    return work_.spend(kTableAt + (entry + indentation) * count) == COD_SUCCESS;
 }
 
 // The bracket, each entry by put(out, index), and the other bracket.
@@ -496,7 +498,7 @@ char *Writer::putEntries(char *out, const char *brackets, CodUint32 count, CodUi
 
 char *Writer::putArray(char *out, const VelonArray &array, CodUint32 depth) {
     const CodUint32 count = array.data.aux;
-    if (!enter(depth, kTableAt + CodUint64{kValueEntry} * count)) {
+    if (!enter(depth, count, kValueEntry)) {
         return nullptr;
     }
     return putEntries(out, "[]", count, depth, [&](char *at, CodUint32 i) { return putElement(at, array, i, depth + 1); });
@@ -505,8 +507,7 @@ char *Writer::putArray(char *out, const VelonArray &array, CodUint32 depth) {
 char *Writer::putObject(char *out, const VelonObject &object, CodUint32 depth) {
     const CodUint32 count = object.data.aux;
     const CodUint32 first = placesUsed_;
-    if (!enter(depth, kTableAt + CodUint64{kKeyEntry} * count) ||
-        (first + count > placesCapacity_ && growPlaces(first + count) != COD_SUCCESS)) {
+    if (!enter(depth, count, kKeyEntry) || (first + count > placesCapacity_ && growPlaces(first + count) != COD_SUCCESS)) {
         return nullptr;
     }
     orderByRecord(object, places_ + first);

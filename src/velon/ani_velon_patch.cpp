@@ -33,8 +33,8 @@ CodUint32 encodeFixed(const VelonValue &value, CodUint8 *to) {
     }
 }
 
-// The payload of a scalar that a path led to, checked by reading it.
-CodResult locatePayload(const PathResult &found, const CodUint8 **payload) {
+// The payload of a scalar that a path led to, checked by reading it. *width: of the type; becomes that of the place.
+CodResult locatePayload(const PathResult &found, const CodUint8 **payload, CodUint32 *width) {
     const VelonLazyValue &lazy = found.value;
     VelonValue current;
     if (!lazy.isArrayMember) {
@@ -43,7 +43,13 @@ CodResult locatePayload(const PathResult &found, const CodUint8 **payload) {
         return COD_SUCCESS;
     }
     COD_TRY(readElementOf(lazy.type, lazy.data, lazy.valuePos, &current));
-    *payload = isInline(static_cast<CodUint32>(lazy.type)) ? found.entry + 1 : lazy.data.ptr + lazy.valuePos + kCountAt + 1;
+    if (isInline(static_cast<CodUint32>(lazy.type))) {
+        // The whole word counts, whatever stood in the bytes that the type does not fill.
+        *payload = found.entry + 1;
+        *width = sizeof(CodUint32);
+        return COD_SUCCESS;
+    }
+    *payload = lazy.data.ptr + lazy.valuePos + kCountAt + 1;
     return COD_SUCCESS;
 }
 
@@ -181,7 +187,7 @@ CodResult velonPatchScalar(CodMemAlloc *owner, const Velon *velon, const CodText
         return codRaise(ERR_CMM_POINTER_NULL);
     }
     CodUint8 encoded[sizeof(CodUint64)] = {};
-    const CodUint32 width = encodeFixed(*value, encoded);
+    CodUint32 width = encodeFixed(*value, encoded);
     if (width == 0) {
         return codRaise(ERR_CMM_INVALID_PARAMETER, "the type has no fixed width");
     }
@@ -192,7 +198,7 @@ CodResult velonPatchScalar(CodMemAlloc *owner, const Velon *velon, const CodText
     if (found.value.type != value->type) {
         return raiseUnexpectedType(value->type, static_cast<CodUint32>(found.value.type));
     }
-    COD_TRY(locatePayload(found, &payload));
+    COD_TRY(locatePayload(found, &payload, &width));
     COD_TRY(copyDocument(owner, velon->data, &copy));
     memcpy(const_cast<CodUint8 *>(copy.data.ptr) + (payload - velon->data.ptr), encoded, width);
     *result = copy;

@@ -178,6 +178,10 @@ inline CodUint32 rank(const Table &table, CodUint32 lo, CodUint32 hi, const CodT
 }  // namespace
 
 CodResult findKey(const VelonObject &object, const CodText &key, CodUint32 *valuePos) {
+    if (object.data.aux == 0) {
+        *valuePos = 0;  // a zeroed record has no bytes
+        return COD_SUCCESS;
+    }
     const Place place = searchFor<true, 0>({object.data.ptr + kCountAt, object.data.len - kCountAt, object.data.aux}, key);
     if (COD_UNLIKELY(place.faultyEnd != 0)) {
         return raiseOutOfBounds(object.data.len, place.faultyEnd + kCountAt);
@@ -186,8 +190,8 @@ CodResult findKey(const VelonObject &object, const CodText &key, CodUint32 *valu
     return COD_SUCCESS;
 }
 
-CodUint32 insertionPoint(const CodUint8 *countField, CodUint32 room, CodUint32 count, const CodText &key) {
-    const Table table = {countField, room, count};
+CodUint32 insertionPoint(const CodUint8 *countField, CodUint32 length, CodUint32 count, const CodText &key) {
+    const Table table = {countField, length, count};
     if (COD_LIKELY(key.len <= kMostWordLength)) {
         const Place place = searchFor<false, kMostRanked>(table, key);
         const CodUint32 before = rank(table, place.lo, place.hi, key);

@@ -206,7 +206,8 @@ void Dump::writeBytes(const CodUint8 *bytes, CodUint32 size) {
         text[3 * i + 1] = kDigits[bytes[i] & 15];
     }
     if (isCut) {
-        memcpy(text + 3 * shown, "..", 2);
+        text[3 * shown] = '.';
+        text[3 * shown + 1] = '.';
     }
     fwrite(text, 1, 3 * kBytesOfLine + 1, out_);
 }

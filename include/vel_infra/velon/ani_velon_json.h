@@ -15,7 +15,9 @@ COD_BEGIN_DECLS
  * 2. A number with an integer's value (7, 7.0, 70e-1) becomes the smallest of TINYINT, SMALLINT, INTEGER and BIGINT that holds it. Others
  *    become NUMBER when it holds them exactly, which means 38 digits, else the nearest DOUBLE. A number that ends in "E0" is a DOUBLE:
  *    that is how velonToJson marks them when it is asked to.
+ *    Numbers too small for a double become 0.
  * 3. Members are stored in the order of the text.
+ * 4. The document keeps the memory that it was read into, about as much as the text takes.
  *
  * Errors: ERR_CMM_VELON_JSON_SYNTAX_ERROR for what is no JSON, and for equal keys and numbers too large,
  * ERR_CMM_VELON_INVALID_UNICODE_ESCAPE, ERR_CMM_VELON_INVALID_UNICODE, ERR_CMM_VELON_TOO_MANY_CHILDREN above VELON_MAX_ELEMENTS,
