@@ -2,6 +2,7 @@
 
 #include <bit>
 #include <cmath>
+#include <limits>
 
 #include <vel_infra/algorithm/ani_hashfunc.h>
 
@@ -109,17 +110,52 @@ bool isEqualNumber(const AnyNumber &left, const AnyNumber &right) {
     return codNumberCompare(&left.decimal, &right.decimal) == 0;
 }
 
-// The nearest double: the same for equal numbers, whatever their types.
-CodDouble nearestDoubleOf(const AnyNumber &number) {
+// Whether the value is an integer of 64 bits.
+bool isBigint(const CodNumber &decimal, CodInt64 *value) {
+    U128 magnitude = makeU128(decimal.value.item64[1], decimal.value.item64[0]);
+    CodInt32 exp = decimal.exp;
+    if (magnitude == 0) {
+        *value = 0;
+        return true;
+    }
+    for (; exp < 0 && magnitude % 10 == 0; exp++) {
+        magnitude /= 10;
+    }
+    for (; exp > 0 && magnitude <= INT64_MAX; exp--) {
+        magnitude *= 10;
+    }
+    if (exp != 0 || magnitude > INT64_MAX) {
+        return false;
+    }
+    *value = decimal.sign != 0 ? -static_cast<CodInt64>(lowOf(magnitude)) : static_cast<CodInt64>(lowOf(magnitude));
+    return true;
+}
+bool isBigint(CodDouble binary, CodInt64 *value) {
+    if (std::fabs(binary) < 0x1p63 && std::trunc(binary) == binary) {
+        *value = static_cast<CodInt64>(binary);
+        return true;
+    }
+    return false;
+}
+
+// The same for equal numbers, whatever their types: the integer of 64 bits, but for the smallest one, else the nearest double's bits.
+CodUint64 hashOf(const AnyNumber &number) {
+    CodInt64 integer = number.integer;
     CodDouble nearest = number.binary;
-    if (number.kind == NumberKind::kInteger) {
-        nearest = static_cast<CodDouble>(number.integer);
+    bool isInteger = number.kind == NumberKind::kInteger;
+    if (number.kind == NumberKind::kBinary) {
+        isInteger = isBigint(number.binary, &integer);
     } else if (number.kind == NumberKind::kDecimal) {
+        isInteger = isBigint(number.decimal, &integer);
         const CodLargeInt &coefficient = number.decimal.value;
-        nearest = cod::nearestDouble(makeU128(coefficient.item64[1], coefficient.item64[0]), number.decimal.exp);
+        nearest = nearestDouble(makeU128(coefficient.item64[1], coefficient.item64[0]), number.decimal.exp);
         nearest = number.decimal.sign != 0 ? -nearest : nearest;
     }
-    return std::isnan(nearest) ? NAN : nearest + 0.0;  // one NaN, no negative zero
+    if (isInteger && integer != INT64_MIN) {
+        return static_cast<CodUint64>(integer);
+    }
+    nearest = isInteger ? -0x1p63 : nearest;
+    return std::bit_cast<CodUint64>(std::isnan(nearest) ? std::numeric_limits<CodDouble>::quiet_NaN() : nearest);
 }
 
 // ---- Values ----
@@ -256,7 +292,7 @@ CodResult Hasher::add(const VelonValue &value, CodUint32 depth) {
     const AnyNumber number = numberOf(value);
     if (number.kind != NumberKind::kNone) {
         mix(VELON_TYPE_NUMBER);
-        mix(std::bit_cast<CodUint64>(nearestDoubleOf(number)));
+        mix(hashOf(number));
         return COD_SUCCESS;
     }
     mix(static_cast<CodUint64>(value.type));

@@ -117,6 +117,7 @@ CodResult PathReader::readFunction(Step *step) {
         return strlen(known) == name.len && memcmp(known, name.str, name.len) == 0;
     });
     if (!isKnown) {
+        at_ = static_cast<CodUint32>(name.str - path_.str);
         return raiseSyntax("unknown function");
     }
     skipBlanks();
