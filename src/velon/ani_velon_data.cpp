@@ -52,18 +52,16 @@ CodResult readValueOf(VelonType type, const VelonData &data, CodUint64 at, Velon
 }
 
 CodResult readElementOf(VelonType type, const VelonData &array, CodUint32 word, VelonValue *value) {
-    switch (type) {
-#define VELON_READ_CASE(Name, ValueType, TYPE, member)                                                \
-    case VELON_TYPE_##TYPE:                                                                           \
-        COD_TRY(readElement<VELON_TYPE_##TYPE>(array, word, &TypeRow<VELON_TYPE_##TYPE>::in(value))); \
-        break;
-        VELON_FOR_EACH_TYPE(VELON_READ_CASE)
-#undef VELON_READ_CASE
-        default:
-            break;
+    if (!isInline(static_cast<CodUint32>(type))) {
+        const CodUint64 at = CodUint64{word} + kCountAt;
+        COD_TRY(checkType(array, at, type));
+        return readValueOf(type, array, at + 1, value);
     }
-    value->type = type;
-    return COD_SUCCESS;
+    // The word begins with the payload; of a bool all of it counts.
+    CodUint8 payload[sizeof(word)];
+    word = type == VELON_TYPE_BOOL ? word != 0 : word;
+    memcpy(payload, &word, sizeof(word));
+    return readValueOf(type, {payload, sizeof(payload), 0}, 0, value);
 }
 
 }  // namespace cod::velon
