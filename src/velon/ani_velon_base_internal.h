@@ -72,24 +72,23 @@ constexpr bool isInline(CodUint32 type) {
     return (kInline >> type & 1) != 0;
 }
 
-// Payload bytes of the types that always have the same number of them.
-struct Width {
-    bool isFixed;
-    CodUint8 bytes;
+// Payload bytes of the types that always have the same number of them; kNoWidth for the others.
+constexpr CodUint8 kNoWidth = 0xFF;
+struct Widths {
+    CodUint8 of[256];
 };
-constexpr Width widthOf(CodUint32 type) {
-    switch (type) {
-#define VELON_WIDTH(Name, ValueType, TYPE, member) \
-    case VELON_TYPE_##TYPE:                        \
-        return {true, sizeof(ValueType)};
-        VELON_FOR_EACH_FIXED(VELON_WIDTH)
-#undef VELON_WIDTH
-        case VELON_TYPE_NULL:
-            return {true, 0};
-        default:
-            return {false, 0};
+constexpr Widths makeWidths() {
+    Widths widths = {};
+    for (CodUint8 &width : widths.of) {
+        width = kNoWidth;
     }
+#define VELON_WIDTH(Name, ValueType, TYPE, member) widths.of[VELON_TYPE_##TYPE] = sizeof(ValueType);
+    VELON_FOR_EACH_FIXED(VELON_WIDTH)
+#undef VELON_WIDTH
+    widths.of[VELON_TYPE_NULL] = 0;
+    return widths;
 }
+inline constexpr Widths kWidths = makeWidths();
 
 // ---- Failures ----
 

@@ -11,20 +11,15 @@
 namespace cod::velon {
 namespace {
 
-// Payload bytes of the types of which every payload is valid; kOther for the rest and for what is no type.
-constexpr CodUint8 kOther = 0xFF;
-struct PlainWidths {
-    CodUint8 of[256];
-};
-constexpr PlainWidths makePlainWidths() {
-    PlainWidths widths = {};
-    for (CodUint32 code = 0; code < 256; code++) {
-        const bool isTime = code == VELON_TYPE_TIMESTAMP || code == VELON_TYPE_DATE || code == VELON_TYPE_TIME;
-        widths.of[code] = widthOf(code).isFixed && !isTime ? widthOf(code).bytes : kOther;
-    }
+// Payload bytes of the types of which every payload is valid; kNoWidth for the rest and for what is no type.
+constexpr Widths makePlainWidths() {
+    Widths widths = kWidths;
+    widths.of[VELON_TYPE_TIMESTAMP] = kNoWidth;
+    widths.of[VELON_TYPE_DATE] = kNoWidth;
+    widths.of[VELON_TYPE_TIME] = kNoWidth;
     return widths;
 }
-constexpr PlainWidths kPlainWidths = makePlainWidths();
+constexpr Widths kPlainWidths = makePlainWidths();
 
 class Checker {
 public:
@@ -36,7 +31,10 @@ public:
     CodResult checkElement(VelonType type, const VelonData &array, CodUint32 word, CodUint32 depth);
 
 private:
+    // Of the types that are not plain.
     CodResult checkPayload(VelonType type, const VelonData &data, CodUint64 at, CodUint32 depth);
+    template <VelonType kType>
+    CodResult checkTime(const VelonData &data, CodUint64 at);
     CodResult checkObject(const VelonObject &object, CodUint32 depth);
     CodResult checkKey(const VelonObject &object, CodUint32 index, CodText *before, CodUint32 *valuePos);
     CodResult checkArray(const VelonArray &array, CodUint32 depth);
@@ -62,7 +60,7 @@ inline CodResult Checker::checkValue(const VelonData &data, CodUint64 at, CodUin
     }
     const CodUint32 code = data.ptr[at];
     const CodUint64 width = kPlainWidths.of[code];
-    if (COD_LIKELY(width != kOther)) {
+    if (COD_LIKELY(width != kNoWidth)) {
         COD_TRY(work_.spend(1 + width));
         return checkEnd(data, at + 1 + width);
     }
@@ -78,8 +76,9 @@ constexpr bool isTimeInRange(CodInt64 time) {
 }
 
 template <VelonType kType>
-CodResult checkTime(const VelonData &data, CodUint64 at) {
+CodResult Checker::checkTime(const VelonData &data, CodUint64 at) {
     CodInt64 time = 0;
+    COD_TRY(work_.spend(1 + sizeof(time)));
     COD_TRY(readPayload<kType>(data, at, &time));
     return isTimeInRange<kType>(time) ? COD_SUCCESS : codRaise(ERR_CMM_VELON_INVALID_DATETIME);
 }
@@ -112,17 +111,11 @@ CodResult Checker::checkPayload(VelonType type, const VelonData &data, CodUint64
             return readNumber(data, at, &number);
         }
         case VELON_TYPE_TIMESTAMP:
-            COD_TRY(work_.spend(9));
             return checkTime<VELON_TYPE_TIMESTAMP>(data, at);
         case VELON_TYPE_DATE:
-            COD_TRY(work_.spend(9));
             return checkTime<VELON_TYPE_DATE>(data, at);
-        case VELON_TYPE_TIME:
-            COD_TRY(work_.spend(9));
-            return checkTime<VELON_TYPE_TIME>(data, at);
         default:
-            COD_TRY(work_.spend(1 + CodUint64{widthOf(type).bytes}));
-            return checkEnd(data, at + widthOf(type).bytes);
+            return checkTime<VELON_TYPE_TIME>(data, at);
     }
 }
 
@@ -179,9 +172,9 @@ CodResult Checker::checkArray(const VelonArray &array, CodUint32 depth) {
 
 // The bytes that the root value says it takes.
 CodResult readRootLength(const VelonData &data, VelonType type, CodUint64 *length) {
-    const Width width = widthOf(type);
-    if (width.isFixed) {
-        *length = 1 + CodUint64{width.bytes};
+    const CodUint64 width = kWidths.of[type];
+    if (width != kNoWidth) {
+        *length = 1 + width;
     } else if (type == VELON_TYPE_NUMBER) {
         COD_TRY(checkEnd(data, 2));
         *length = 2 + CodUint64{data.ptr[1]};

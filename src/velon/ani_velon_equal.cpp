@@ -50,13 +50,17 @@ bool isEqualInteger(CodInt64 integer, CodDouble binary) {
     return binary >= -kLimit && binary < kLimit && std::trunc(binary) == binary && static_cast<CodInt64>(binary) == integer;
 }
 
-// Takes the factors of two out of a value that is not 0. Returns how many there were.
-CodInt32 takeTwos(U128 *value) {
-    const auto low = static_cast<CodUint64>(*value);
-    const int twos = low != 0 ? std::countr_zero(low) : 64 + std::countr_zero(static_cast<CodUint64>(*value >> 64));
-    *value >>= twos;
-    return twos;
-}
+// A value that is not 0, as odd * 2^twos.
+struct OddPart {
+    U128 odd;
+    CodInt32 twos;
+
+    explicit OddPart(U128 value) : odd(value), twos(0) {
+        const CodUint64 low = lowOf(value);
+        twos = low != 0 ? std::countr_zero(low) : 64 + std::countr_zero(highOf(value));
+        odd >>= twos;
+    }
+};
 
 // factor * 5^power == product, where power may be beyond all bounds.
 bool isTimesFives(U128 factor, CodInt32 power, U128 product) {
@@ -68,21 +72,22 @@ bool isTimesFives(U128 factor, CodInt32 power, U128 product) {
 
 // decimal == binary, exactly: both as an odd number times powers of two and five.
 bool isEqualDecimal(const CodNumber &decimal, CodDouble binary) {
-    U128 coefficient = makeU128(decimal.value.item64[1], decimal.value.item64[0]);
+    const U128 coefficient = makeU128(decimal.value.item64[1], decimal.value.item64[0]);
     if (coefficient == 0 || binary == 0) {
         return coefficient == 0 && binary == 0;
     }
     if (!std::isfinite(binary) || (decimal.sign != 0) != std::signbit(binary)) {
         return false;
     }
+    constexpr int kMantissaBits = 53;
     int exponent = 0;
-    U128 mantissa = static_cast<CodUint64>(std::ldexp(std::frexp(std::fabs(binary), &exponent), 53));
-    const CodInt32 binaryTwos = takeTwos(&mantissa) + exponent - 53;
-    const CodInt32 decimalTwos = takeTwos(&coefficient) + decimal.exp;
-    if (binaryTwos != decimalTwos) {
+    const double mantissa = std::ldexp(std::frexp(std::fabs(binary), &exponent), kMantissaBits);
+    const OddPart ours(static_cast<CodUint64>(mantissa));
+    const OddPart theirs(coefficient);
+    if (ours.twos + exponent - kMantissaBits != theirs.twos + decimal.exp) {
         return false;
     }
-    return decimal.exp >= 0 ? isTimesFives(coefficient, decimal.exp, mantissa) : isTimesFives(mantissa, -decimal.exp, coefficient);
+    return decimal.exp >= 0 ? isTimesFives(theirs.odd, decimal.exp, ours.odd) : isTimesFives(ours.odd, -decimal.exp, theirs.odd);
 }
 
 bool isEqualNumber(const AnyNumber &left, const AnyNumber &right) {

@@ -594,7 +594,7 @@ Place Reader::open(Place at, bool isObject) {
     }
     const CodUint32 gap = isObject ? kKeyEntry * memberCounts_[depth] : kValueEntry * elementCounts_[depth];
     gaps_ += gap;
-    if (limit_ - at.out < static_cast<CodInt64>(kTableAt + gap) && (at.out = grow(at.out, kTableAt + gap)) == nullptr) {
+    if (limit_ - at.out < CodInt64{kTableAt} + gap && (at.out = grow(at.out, kTableAt + gap)) == nullptr) {
         return kFailed;
     }
     const CodUint32 start = static_cast<CodUint32>(at.out - buffer_);
@@ -723,7 +723,8 @@ inline Place Reader::readToNext(Place at) {
             at.in = skipBlanks(at.in + 1);
             return isObject ? readKey(at) : at;
         }
-        if (c != (isObject ? '}' : ']')) {
+        const CodUint8 bracket = isObject ? '}' : ']';
+        if (c != bracket) {
             return failPlace(at.in, isObject ? "a comma or } is expected" : "a comma or ] is expected");
         }
         at = {at.in + 1, isObject ? closeObject(at.out) : closeArray(at.out)};

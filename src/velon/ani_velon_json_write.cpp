@@ -146,6 +146,7 @@ char *putEscape(char *out, CodUint8 c) {
 
 constexpr CodUint32 kFirstPlaces = 1024;
 constexpr CodUint32 kEscapeSize = 6;
+constexpr CodUint32 kScalarSize = 9;
 
 class Writer {
 public:
@@ -419,7 +420,7 @@ char *Writer::putPayload(char *out, VelonType type, const VelonData &data, CodUi
         default:
             break;
     }
-    if (work_.spend(1 + CodUint64{widthOf(static_cast<CodUint32>(type)).bytes}) != COD_SUCCESS) {
+    if (work_.spend(kScalarSize) != COD_SUCCESS) {
         return nullptr;
     }
     switch (type) {

@@ -19,20 +19,6 @@ CodResult copyDocument(CodMemAlloc *owner, const VelonData &data, Velon *copy) {
 
 // ---- One scalar ----
 
-// Writes a value of fixed width as its payload. Returns the width; 0: the type has none.
-CodUint32 encodeFixed(const VelonValue &value, CodUint8 *to) {
-    switch (value.type) {
-#define VELON_ENCODE_FIXED(Name, ValueType, TYPE, member) \
-    case VELON_TYPE_##TYPE:                               \
-        storeLe(to, value.u.member);                      \
-        return sizeof(ValueType);
-        VELON_FOR_EACH_FIXED(VELON_ENCODE_FIXED)
-#undef VELON_ENCODE_FIXED
-        default:
-            return 0;
-    }
-}
-
 // The payload of a scalar that a path led to, checked by reading it. *width: of the type; becomes that of the place.
 CodResult locatePayload(const PathResult &found, const CodUint8 **payload, CodUint32 *width) {
     const VelonLazyValue &lazy = found.value;
@@ -110,8 +96,8 @@ CodResult Merger::forEach(const VelonObject &target, const VelonObject &patch, V
     while (!targetSide.isAtEnd() || !patchSide.isAtEnd()) {
         CodText targetKey = {};
         CodText patchKey = {};
-        VelonLazyValue targetValue;
-        VelonLazyValue patchValue;
+        VelonLazyValue targetValue = {};
+        VelonLazyValue patchValue = {};
         if (!targetSide.isAtEnd()) {
             COD_TRY(targetSide.read(&targetKey, &targetValue));
         }
@@ -186,11 +172,13 @@ CodResult velonPatchScalar(CodMemAlloc *owner, const Velon *velon, const CodText
     if (anyNull(owner, velon, path, value, result)) {
         return codRaise(ERR_CMM_POINTER_NULL);
     }
-    CodUint8 encoded[sizeof(CodUint64)] = {};
-    CodUint32 width = encodeFixed(*value, encoded);
-    if (width == 0) {
+    CodUint32 width = velonTypeIsValid(static_cast<CodUint32>(value->type)) ? kWidths.of[value->type] : kNoWidth;
+    if (width == 0 || width == kNoWidth) {
         return codRaise(ERR_CMM_INVALID_PARAMETER, "the type has no fixed width");
     }
+    // All members of the union begin it.
+    CodUint8 encoded[sizeof(CodUint64)] = {};
+    memcpy(encoded, &value->u, width);
     PathResult found;
     const CodUint8 *payload = nullptr;
     Velon copy;
