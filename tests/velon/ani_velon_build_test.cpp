@@ -186,7 +186,8 @@ struct Build {
 
 TEST(VelonBuild, documentsEqualTheModelAndReadBack) {
     Build build;
-    for (int i = 0; i < 20000 && !HasFailure(); i++) {
+    const int documents = COD_WITH_ASAN || COD_WITH_TSAN ? 2000 : 20000;
+    for (int i = 0; i < documents && !HasFailure(); i++) {
         build.isFailing = i % 4 == 0;
         const Value v = build.trees.tree(6);
         const Bytes bytes = encode(v);

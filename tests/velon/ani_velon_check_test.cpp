@@ -167,7 +167,7 @@ TEST(VelonCheck, everyTruncationAndEveryChangeOfAByte) {
             }
         }
     }
-    for (int i = 0; i < 20000 && !HasFailure(); i++) {
+    for (int i = 0; i < (COD_WITH_ASAN || COD_WITH_TSAN ? 4000 : 20000) && !HasFailure(); i++) {
         Bytes bytes = encode(trees.tree(4)).substr(0, 400);
         for (CodUint32 changes = trees.below(4); changes > 0; changes--) {
             bytes[trees.below(bytes.size())] = static_cast<char>(trees.below(trees.below(3) == 0 ? 256 : 20));
