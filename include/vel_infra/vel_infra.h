@@ -50,6 +50,12 @@
 #include <vel_infra/number/ani_number_key.h>
 #include <vel_infra/number/ani_number_sum.h>
 
+#include <vel_infra/codepage/ani_codepage.h>
+
+#include <vel_infra/string/ani_charset.h>
+#include <vel_infra/string/ani_convert.h>
+#include <vel_infra/string/ani_string.h>
+
 #include <vel_infra/utils/ani_timer.h>
 
 #include <vel_infra/utils/ani_date_iso.h>
