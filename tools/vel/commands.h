@@ -60,6 +60,20 @@ CodResult runJsonDecode(const JsonCommand &command, WorkDone *done);
 CodResult runJsonGet(const JsonCommand &command, WorkDone *done);
 CodResult runJsonDump(const JsonCommand &command, WorkDone *done);
 
+struct ConvertCommand {
+    const char *file;  // "-": standard input
+    const char *from;  // names of charsets, aliases too
+    const char *to;
+    const char *output;  // null: standard output
+};
+CodResult runConvert(const ConvertCommand &command, WorkDone *done);
+
+struct CodepageCommand {
+    const char *folder;  // null: by VELDB_HOME, else that of the install
+};
+// Errors: ERR_CMM_INVALID_CODEPAGE too, behind the whole report, when a code disagrees.
+CodResult runCodepageVerify(const CodepageCommand &command, WorkDone *done);
+
 // Flushes standard output, which is standard error from then on. Errors: ERR_CMM_FILE_OPER when anything written to it was lost.
 CodResult finishOutput();
 

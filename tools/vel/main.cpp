@@ -82,6 +82,31 @@ constexpr char kUnpackDetails[] =
     "\n"
     "Exit status: 0 success, 1 failure, 2 wrong usage.\n";
 
+constexpr char kConvertHelp[] = "Convert a text from one character set to another.";
+
+constexpr char kConvertDetails[] =
+    "Character sets: ASCII, GBK, GB18030, UTF8, ISO88591, UTF16 (little-endian), and names that they have elsewhere, such as UTF-8, latin1 "
+    "and\n"
+    "cp936. A character that the bytes do not make, or that the other set lacks, ends the conversion; the message tells its offset, and\n"
+    "what stands before it has been written to standard output. An output file appears when it is whole; after a failure there is none.\n"
+    "\n"
+    "Memory does not grow with the size of the file.\n"
+    "\n"
+    "Exit status: 0 success, 1 failure, 2 wrong usage.\n";
+
+constexpr char kCodepageHelp[] = "The files of code pages.";
+constexpr char kVerifyHelp[] = "Compare every code of every code page with the system's iconv.";
+
+constexpr char kVerifyDetails[] =
+    "The files are those of the folder given; else those of admin/codepage in the folder that VELDB_HOME names; else those of the install\n"
+    "that the command belongs to.\n"
+    "\n"
+    "Every number that may be a code is converted to Unicode, and every code point from it. One line for each page tells how many\n"
+    "conversions were compared and how many disagree; the first 20 of these stand before it. Sort weights have nothing to be compared\n"
+    "with, and are counted. The last line is the total: a report without it is not whole.\n"
+    "\n"
+    "Exit status: 0 all agree, 1 failure or disagreement, 2 wrong usage.\n";
+
 constexpr char kJsonHelp[] = "JSON text and documents of binary JSON (Velon).";
 
 constexpr char kJsonDetails[] =
@@ -96,6 +121,8 @@ constexpr char kJsonPathHelp[] =
 
 struct CommandLine {
     CLI::App app{"Tools of the infrastructure library: look at data and errors the way the database server does.", "vel"};
+    CLI::App *codepageVerify = nullptr;
+    CLI::App *convert = nullptr;
     CLI::App *error = nullptr;
     CLI::App *log = nullptr;
     CLI::App *pack = nullptr;
@@ -110,6 +137,9 @@ struct CommandLine {
     std::string output;
     std::string path;
     std::string logFolder;
+    std::string codepageFolder;
+    std::string from;
+    std::string to;
     bool hasNoHeader = false;
     bool isJson = false;  // the report or the file is JSON text
     bool isIndented = false;
@@ -200,6 +230,25 @@ void declareJson(CommandLine *line) {
     }
 }
 
+void declareConvert(CommandLine *line) {
+    line->convert = declareCommand(line, &line->app, "convert", kConvertHelp);
+    line->convert->footer(kConvertDetails);
+    declareFile(line, line->convert);
+    line->convert->add_option("--from", line->from, "The character set of the file")->type_name("CHARSET")->required();
+    line->convert->add_option("--to", line->to, "The character set wanted")->type_name("CHARSET")->required();
+    declareOutput(line, line->convert, "The file to write instead of standard output");
+}
+
+void declareCodepage(CommandLine *line) {
+    CLI::App *codepage = line->app.add_subcommand("codepage", kCodepageHelp);
+    codepage->require_subcommand(1);
+    line->codepageVerify = declareCommand(line, codepage, "verify", kVerifyHelp);
+    line->codepageVerify->footer(kVerifyDetails);
+    line->codepageVerify->add_option("--dir", line->codepageFolder, "The folder of the files")
+        ->type_name("DIR")
+        ->transform(CLI::Validator(checkFolder, "", "folder"));
+}
+
 void declare(CommandLine *line) {
     line->app.require_subcommand(1);
     line->error = declareCommand(line, &line->app, "error", kErrorHelp);
@@ -217,11 +266,20 @@ void declare(CommandLine *line) {
     line->profile->add_flag("--json", line->isJson, "Write the report as JSON");
     declareJson(line);
     declarePack(line);
+    declareCodepage(line);
+    declareConvert(line);
 }
 
 CodResult runCommand(const CommandLine &line, vel::WorkDone *done) {
     if (*line.error) {
         return vel::runError({line.code.c_str()}, done);
+    }
+    if (*line.codepageVerify) {
+        return vel::runCodepageVerify({line.codepageFolder.empty() ? nullptr : line.codepageFolder.c_str()}, done);
+    }
+    if (*line.convert) {
+        const char *output = line.output.empty() ? nullptr : line.output.c_str();
+        return vel::runConvert({line.file.c_str(), line.from.c_str(), line.to.c_str(), output}, done);
     }
     if (*line.log) {
         return vel::runLog({line.file.c_str()}, done);
