@@ -31,21 +31,39 @@ namespace {
 
 constexpr char kHomeVariable[] = "VELDB_HOME";
 
+// What the words of a page's own codes may be, so that what is looked up can be written as it is.
+using IsWord = bool (*)(CodUint32 word);
+bool isAny(CodUint32) {
+    return true;
+}
+bool isByte(CodUint32 word) {
+    return word <= 0xFF;
+}
+bool isScalarValue(CodUint32 word) {
+    return cod::scalarValue(word) == word;
+}
+bool isGb18030Code(CodUint32 word) {
+    return cod::gb18030Key(word) != cod::kNoKey;
+}
+
 struct PageRow {
     const char *name;
     CodepageType type;
     CodUint32 wordWidth;
+    IsWord isCode;
 };
 
 template <CodUint32 id>
-constexpr PageRow pageRow(const char *name, CodepageType type) {
-    return {name, type, sizeof(CodepageWord<id>)};
+constexpr PageRow pageRow(const char *name, CodepageType type, IsWord isCode) {
+    return {name, type, sizeof(CodepageWord<id>), isCode};
 }
 
 constexpr PageRow kPages[__CODEPAGE_COUNT__] = {
-    pageRow<CODEPAGE_ISO88591>("iso88591", CODEPAGE_TYPE_CHARSET), pageRow<CODEPAGE_GBK>("gbk", CODEPAGE_TYPE_CHARSET),
-    pageRow<CODEPAGE_UCS>("ucs", CODEPAGE_TYPE_CHARSET),           pageRow<CODEPAGE_PINYIN_SORT>("pinyin.sort", CODEPAGE_TYPE_SORT),
-    pageRow<CODEPAGE_GB18030>("gb18030", CODEPAGE_TYPE_CHARSET),
+    pageRow<CODEPAGE_ISO88591>("iso88591", CODEPAGE_TYPE_CHARSET, isByte),
+    pageRow<CODEPAGE_GBK>("gbk", CODEPAGE_TYPE_CHARSET, isAny),
+    pageRow<CODEPAGE_UCS>("ucs", CODEPAGE_TYPE_CHARSET, isScalarValue),
+    pageRow<CODEPAGE_PINYIN_SORT>("pinyin.sort", CODEPAGE_TYPE_SORT, isAny),
+    pageRow<CODEPAGE_GB18030>("gb18030", CODEPAGE_TYPE_CHARSET, isGb18030Code),
 };
 
 // ---- Loading ----
@@ -120,8 +138,16 @@ CodResult readTable(const PageFile &file, CodUint32 size, void **table) {
     return file.readWhole(*table, size) ? COD_SUCCESS : raiseInvalid();
 }
 
-// What lookups rely on: every entry of the index is a block of the map.
-CodResult readTables(const PageFile &file, CodUint32 indexSize, CodUint32 mapSize, CodUint32 blockSize, CodepageTable *table) {
+template <class Word>
+bool areWords(const void *map, CodUint32 size, IsWord isWord) {
+    const auto *words = static_cast<const Word *>(map);
+    return std::all_of(words, words + size / sizeof(Word), isWord);
+}
+
+// What lookups rely on: every entry of the index is a block of the map, and the words are what they should be.
+CodResult readTables(const PageFile &file, CodUint32 indexSize, CodUint32 mapSize, const PageRow &row, CodUint32 planes, IsWord isWord,
+                     CodepageTable *table) {
+    const CodUint32 blockSize = cod::kCodepageBlock * row.wordWidth * planes;
     void *index = nullptr;
     const CodResult result = readTable(file, indexSize, &index);
     table->index = static_cast<CodUint16 *>(index);
@@ -130,7 +156,12 @@ CodResult readTables(const PageFile &file, CodUint32 indexSize, CodUint32 mapSiz
     table->blocks = indexSize / sizeof(CodUint16);
     const bool isWhole = indexSize % sizeof(CodUint16) == 0 && mapSize % blockSize == 0 && (indexSize == 0) == (mapSize == 0);
     const auto isInMap = [count = mapSize / blockSize](CodUint16 block) { return block < count; };
-    return isWhole && std::all_of(table->index, table->index + table->blocks, isInMap) ? COD_SUCCESS : raiseInvalid();
+    if (!isWhole || !std::all_of(table->index, table->index + table->blocks, isInMap)) {
+        return raiseInvalid();
+    }
+    const bool areSound = row.wordWidth == sizeof(CodUint16) ? areWords<CodUint16>(table->map, mapSize, isWord)
+                                                             : areWords<CodUint32>(table->map, mapSize, isWord);
+    return areSound ? COD_SUCCESS : raiseInvalid();
 }
 
 CodResult readPage(const PageFile &file, CodUint32 id, Codepage *page) {
@@ -138,10 +169,10 @@ CodResult readPage(const PageFile &file, CodUint32 id, Codepage *page) {
     if (!file.readWhole(&page->head, sizeof(head)) || !isHeadOf(head, id, file.size())) {
         return raiseInvalid();
     }
-    const CodUint32 blockSize = cod::kCodepageBlock * kPages[id].wordWidth;
-    COD_TRY(readTables(file, head.casefoldIndexSize, head.casefoldMapSize, blockSize * cod::kCaseFoldPlanes, &page->caseFold));
-    COD_TRY(readTables(file, head.toUnicodeIndexSize, head.toUnicodeMapSize, blockSize, &page->toUnicode));
-    return readTables(file, head.fromUnicodeIndexSize, head.fromUnicodeMapSize, blockSize, &page->fromUnicode);
+    const PageRow &row = kPages[id];
+    COD_TRY(readTables(file, head.casefoldIndexSize, head.casefoldMapSize, row, cod::kCaseFoldPlanes, row.isCode, &page->caseFold));
+    COD_TRY(readTables(file, head.toUnicodeIndexSize, head.toUnicodeMapSize, row, 1, isScalarValue, &page->toUnicode));
+    return readTables(file, head.fromUnicodeIndexSize, head.fromUnicodeMapSize, row, 1, row.isCode, &page->fromUnicode);
 }
 
 CodResult loadPage(const char *directory, CodUint32 id) {

@@ -80,6 +80,10 @@ constinit const char *const gCharsetDstNames[__CHARSET_COUNT__] = {CHARSET_ROWS(
 
 namespace {
 
+bool isMissing(const CodText *name) {
+    return name == nullptr || (name->str == nullptr && name->len != 0);
+}
+
 bool isNamed(const CodText &name, CodUint32 id) {
     const CodText &row = gCharsetNames[id].name;
     return row.len != 0 && row.len == name.len && cod::equalsIgnoringCase(name.str, name.len, row.str);
@@ -119,7 +123,7 @@ COD_COLD CodResult raiseInvalidNationalName(const CodText &name) {
 
 template <class IsWanted>
 CodResult giveCharset(const CodText *name, CodUint16 *id, IsWanted isWanted, CodResult (*raise)(const CodText &)) {
-    if (name == nullptr || id == nullptr) {
+    if (isMissing(name) || id == nullptr) {
         return codRaise(ERR_CMM_POINTER_NULL);
     }
     const CodUint32 found = findCharset(*name, isWanted);
@@ -134,7 +138,7 @@ CodResult giveCharset(const CodText *name, CodUint16 *id, IsWanted isWanted, Cod
 
 CodUint32 codGetCharsetId(const CodText *name) {
     CodUint32 id = UTF8;
-    if (name != nullptr) {
+    if (!isMissing(name)) {
         const CodUint32 found = findCharset(*name, [](const CharsetAttr &) { return true; });
         id = found < __CHARSET_COUNT__ ? found : id;
     }
@@ -157,7 +161,7 @@ CodResult codGetValidNationalCharsetId(const CodText *name, CodUint16 *id) {
 }
 
 CodResult codGetCharsetIdByAlias(const CodText *name, CodUint16 *id) {
-    if (name == nullptr || id == nullptr) {
+    if (isMissing(name) || id == nullptr) {
         return codRaise(ERR_CMM_POINTER_NULL);
     }
     for (const Alias &alias : kAliases) {

@@ -170,7 +170,15 @@ struct GbkCharset {
             return {single != 0 ? single : kBad, 1};
         }
         const CodUint32 codePoint = COD_LIKELY(end - in >= 2) ? codeToUnicode<CODEPAGE_GBK>(lead << 8 | in[1]) : 0;
-        return codePoint != 0 ? ReadCharacter{codePoint, 2} : ReadCharacter{kBad, 1};
+        return COD_LIKELY(codePoint != 0) ? ReadCharacter{codePoint, 2} : ReadCharacter{kBad, pairBytes(in, end)};
+    }
+    // The bytes of what stands for nothing: a pair, of which a letter or digit is not taken away, or its first byte alone.
+    static CodUint32 pairBytes(const CodUint8 *in, const CodUint8 *end) {
+        const bool isPair = isLead(in[0]) && end - in >= 2 && in[1] >= 0x80 && in[1] != 0xFF;
+        return isPair ? 2 : 1;
+    }
+    static bool isLead(CodUint8 byte) {
+        return byte > 0x80 && byte < 0xFF;
     }
     static CodUint32 write(CodUint32 codePoint, CodUint8 *out) {
         if (codePoint < 0x80) {
@@ -194,16 +202,29 @@ struct Gb18030Charset {
         if (lead < 0x80) {
             return {lead, 1};
         }
-        if (COD_UNLIKELY(end - in < 2)) {
-            return {kBad, 1};
-        }
-        const bool isFour = in[1] >= 0x30 && in[1] < 0x3A;
-        if (COD_UNLIKELY(isFour && end - in < 4)) {
-            return {kBad, 1};
+        const bool isFour = end - in >= 2 && isDigit(in[1]);
+        if (COD_UNLIKELY(end - in < (isFour ? 4 : 2))) {
+            return {kBad, badBytes(in, end)};
         }
         const CodUint32 code = isFour ? __builtin_bswap32(loadLe<CodUint32>(in)) : lead << 8 | in[1];
         const CodUint32 codePoint = codeToUnicode<CODEPAGE_GB18030>(code);
-        return codePoint != 0 ? ReadCharacter{codePoint, isFour ? 4u : 2u} : ReadCharacter{kBad, 1};
+        return COD_LIKELY(codePoint != 0) ? ReadCharacter{codePoint, isFour ? 4u : 2u} : ReadCharacter{kBad, badBytes(in, end)};
+    }
+    static bool isDigit(CodUint8 byte) {
+        return byte >= 0x30 && byte < 0x3A;
+    }
+    // The bytes of what stands for nothing: as much as begins a code of four bytes, or as in GBK.
+    static CodUint32 badBytes(const CodUint8 *in, const CodUint8 *end) {
+        if (!GbkCharset::isLead(in[0]) || end - in < 2 || !isDigit(in[1])) {
+            return GbkCharset::pairBytes(in, end);
+        }
+        if (end - in == 2) {
+            return 2;
+        }
+        if (!GbkCharset::isLead(in[2])) {
+            return 1;
+        }
+        return end - in == 3 ? 3 : isDigit(in[3]) ? 4 : 1;
     }
     static CodUint32 write(CodUint32 codePoint, CodUint8 *out) {
         if (codePoint < 0x80) {

@@ -131,9 +131,13 @@ void makeKey() {
     gHasKey = pthread_key_create(&gKey, closeKept) == 0;
 }
 
-// Threads that go on when the library is closed must not call into it as they end.
+// Threads that go on when the library is closed must not call into it as they end; what they keep stays.
 [[gnu::destructor]] void deleteKey() {
     if (gHasKey) {
+        void *kept = pthread_getspecific(gKey);
+        if (kept != nullptr) {
+            closeKept(kept);
+        }
         pthread_key_delete(gKey);
         gHasKey = false;
     }
@@ -199,7 +203,7 @@ CodResult codTextCopy(const CodText *src, CodText *dst, CodUint32 bufSize) {
 }
 
 CodResult codTextConvertSameCharset(const CodText *text, CodUint16 charset, CodChar *buf, CodUint32 bufSize, CodUint32 *len) {
-    if (isMissing(text) || buf == nullptr) {
+    if (isMissing(text) || (buf == nullptr && bufSize != 0)) {
         return raiseNull();
     }
     const CodUint32 terminator = terminatorSize(charset);

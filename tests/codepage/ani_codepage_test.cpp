@@ -186,6 +186,7 @@ TEST_F(CodepageFiles, areRefusedWhenTheyAreNoPages) {
             change(at, good[at] + 1);
             change(at + 3, 0xFF);
             at % 8 != 4 || size == 0 ? void() : change(end + 1, 0xFF);  // an entry of the index behind the map
+            at != 80 || size == 0 ? void() : change(end + 1, 0xD8);     // a code that leads to a surrogate
             end += size;
         }
         for (const auto &[at, byte] : {std::pair(0, 2), {0, 1 - good[0]}, {2, 1}, {64, 7}, {65, 1}, {66, 3}, {67, 1}, {67, 6 - good[67]}}) {

@@ -65,7 +65,12 @@ TEST(Charset, namesAreFoundInAnyCaseAndNothingElse) {
     }
     CodUint16 id = 0;
     EXPECT_EQ(codGetCharsetId(nullptr), 2U);
-    expectError(ERR_CMM_POINTER_NULL, "", [&] { return codGetCharsetIdWithError(nullptr, &id); });
+    const CodText missing = {nullptr, 4, 0};
+    EXPECT_EQ(codGetCharsetId(&missing), 2U);
+    for (const CodText *name : {static_cast<const CodText *>(nullptr), &missing}) {
+        expectError(ERR_CMM_POINTER_NULL, "", [&] { return codGetCharsetIdWithError(name, &id); });
+        expectError(ERR_CMM_POINTER_NULL, "", [&] { return codGetCharsetIdByAlias(name, &id); });
+    }
 }
 
 TEST(Charset, aliasesDoNotMindCaseAndSeparators) {

@@ -156,10 +156,15 @@ TEST_F(Convert, badCharactersAreReplacedOrLeftOut) {
          "a", 0},                                         // half a pair
         {"a\0b"s, UTF16, UTF8, "a\xef\xbf\xbd", "a", 2},  // half a unit
         {"\xd6\xd0\xd6", GBK, UTF8, "\xe4\xb8\xad\xef\xbf\xbd", "\xe4\xb8\xad", 2},
-        {"\x81\x30\x81", GB18030, GB18030,
-         "\x84\x31\xa4\x37"
-         "0\x84\x31\xa4\x37",
-         "0", 0},
+        {"\x81\x30\x81", GB18030, GB18030, "\x84\x31\xa4\x37", "", 0},
+        {"\x81\x30"
+         "a\x81",
+         GB18030, UTF8,
+         "\xef\xbf\xbd"
+         "0a\xef\xbf\xbd",
+         "0a", 0},
+        {"\x84\x31\xa5\x30\xb0\xa1", GB18030, UTF8, "\xef\xbf\xbd\xe5\x95\x8a", "\xe5\x95\x8a", 0},  // four bytes that stand for nothing
+        {"\xaa\xa1\xb0\xa1\x81 ", GBK, UTF8, "\xef\xbf\xbd\xe5\x95\x8a\xef\xbf\xbd ", "\xe5\x95\x8a ", 0},
         {"\x80", ASCII, GB18030, "\x84\x31\xa4\x37", "", 0},
     };
     for (const auto &row : rows) {

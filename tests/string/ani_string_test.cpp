@@ -59,6 +59,7 @@ TEST(String, conversionOfNothingAndWithinACharset) {
         len = 77;
         expectError(213, "", [&] { return codTextConvert(&text, to, buf.data(), 9 + zeros, &len, to); });
         EXPECT_EQ(len, 77U);
+        expectError(213, "", [&] { return codTextConvert(&text, to, nullptr, 0, &len, to); });
     }
 }
 

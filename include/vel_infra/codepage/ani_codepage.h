@@ -60,7 +60,8 @@ COD_STATIC_ASSERT(offsetof(CodepageHead, id) == 64 && offsetof(CodepageHead, fro
  * loaded. Errors: ERR_CMM_ENV_ERROR without that variable; otherwise those of aniCodepageInitFrom. */
 COD_NODISCARD COD_API CodResult aniCodepageInit(void);
 /* The same with the files in the directory given. Errors: ERR_CMM_OPEN_FILE for a file that cannot be opened; ERR_CMM_INVALID_CODEPAGE for
- * one that is cut short, is not the page of its name, is big-endian, or has tables that a lookup would leave, and, once it is loaded, for
+ * one that is cut short or too long, is not the page of its name, is big-endian, or has tables that a lookup would leave or that lead to no
+ * code, and, once it is loaded, for
  * one of another version (so for a page loaded earlier); those of codSysAlloc; ERR_CMM_POINTER_NULL. */
 COD_NODISCARD COD_API CodResult aniCodepageInitFrom(const char *directory);
 /* Frees all pages. */

@@ -25,7 +25,7 @@ typedef struct CharsetAttr {
 } CharsetAttr;
 
 /* By id. Null, where a charset has no such name: BINARY_CS as a source, and every row that is no charset. The names of targets end in
- * "//TRANSLIT": the converter replaces what the target lacks, by the rules of the process's locale (LC_CTYPE), and refuses the rest. */
+ * "//TRANSLIT": the converter replaces what the target lacks, by the rules of the locale (LC_CTYPE), and refuses the rest. */
 COD_API extern const CharsetAttr gCharsetNames[__CHARSET_COUNT__];
 COD_API extern const char *const gCharsetSrcNames[__CHARSET_COUNT__];
 COD_API extern const char *const gCharsetDstNames[__CHARSET_COUNT__];

@@ -3,8 +3,8 @@
 
 /* Texts: copies and conversion between charsets by the system's converter.
  *
- * 1. What a target charset lacks is replaced by the rules of the process's locale (LC_CTYPE, as setlocale has set it): "?" or letters that
- *    stand for it; the conversion fails where the locale has no rule.
+ * 1. What a target charset lacks is replaced by the rules of the locale (LC_CTYPE of the thread, else of the process): letters that stand
+ *    for it, "?", or nothing; the conversion fails where the locale has no rule.
  * 2. After a failure the bytes of the buffer are unspecified, and *len is as it was. len may be null.
  * 3. A buffer holds the result and its terminator: one zero byte, two for UTF16. Lengths are without it.
  * 4. Errors of all conversions: ERR_CMM_COPY_DATA when the result does not fit, with the source's length and the buffer's size;
@@ -20,7 +20,8 @@ COD_BEGIN_DECLS
 COD_NODISCARD COD_API CodResult codTextCopy(const CodText *src, CodText *dst, CodUint32 bufSize);
 
 /* Converts a text and terminates it. An empty text needs no room: what there is takes zero bytes, at most a terminator. Equal charsets copy
- * the bytes unchecked. The thread keeps the converter that it needs until it ends. */
+ * the bytes unchecked. Each thread keeps the converters that it needs until it ends,
+ * about 32 KiB for each pair of charsets. */
 COD_NODISCARD COD_API CodResult codTextConvert(const CodText *text, CodUint16 dstCharset, CodChar *buf, CodUint32 bufSize, CodUint32 *len,
                                                CodUint16 srcCharset);
 /* The case of equal charsets alone. */
