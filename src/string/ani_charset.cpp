@@ -3,6 +3,9 @@
 #include <vel_infra/error/ani_error_base.h>
 
 #include "base/cod_ascii.h"
+#include "string/ani_text_internal.h"
+
+using cod::isMissing;
 
 namespace {
 
@@ -79,10 +82,6 @@ constinit const char *const gCharsetSrcNames[__CHARSET_COUNT__] = {CHARSET_ROWS(
 constinit const char *const gCharsetDstNames[__CHARSET_COUNT__] = {CHARSET_ROWS(CHARSET_TARGET)};
 
 namespace {
-
-bool isMissing(const CodText *name) {
-    return name == nullptr || (name->str == nullptr && name->len != 0);
-}
 
 bool isNamed(const CodText &name, CodUint32 id) {
     const CodText &row = gCharsetNames[id].name;

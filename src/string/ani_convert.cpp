@@ -8,6 +8,7 @@
 #include <vel_infra/error/ani_error_base.h>
 
 #include "string/ani_charset_internal.h"
+#include "string/ani_text_internal.h"
 
 namespace cod {
 namespace {
@@ -147,7 +148,7 @@ using namespace cod;
 
 CodResult codTextConvertStrict(const CodText *text, CodUint16 dstCharset, CodChar *buf, CodUint32 bufSize, CodUint32 *len,
                                CodUint16 srcCharset, CodConvertMode mode, CodUint32 *badOffset) {
-    if (text == nullptr || (text->str == nullptr && text->len != 0) || (buf == nullptr && bufSize != 0)) {
+    if (isMissing(text) || (buf == nullptr && bufSize != 0)) {
         return codRaise(ERR_CMM_POINTER_NULL);
     }
     if (static_cast<CodUint32>(mode) >= __COD_CONVERT_MODE_COUNT__) {
@@ -155,7 +156,7 @@ CodResult codTextConvertStrict(const CodText *text, CodUint16 dstCharset, CodCha
     }
     COD_TRY(checkCharset(srcCharset));
     COD_TRY(checkCharset(dstCharset));
-    const CodUint32 terminator = dstCharset == UTF16 ? 2 : 1;
+    const CodUint32 terminator = terminatorSize(dstCharset);
     if (bufSize < terminator) {
         return codRaise(ERR_CMM_COPY_DATA, text->len, bufSize);
     }

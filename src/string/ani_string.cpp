@@ -8,6 +8,11 @@
 
 #include <vel_infra/error/ani_error_base.h>
 
+#include "string/ani_text_internal.h"
+
+using cod::isMissing;
+using cod::terminatorSize;
+
 namespace {
 
 COD_COLD CodResult raiseNull() {
@@ -18,14 +23,6 @@ COD_COLD CodResult raiseNoRoom(const CodText &text, CodUint32 bufSize) {
 }
 COD_COLD CodResult raiseNotConverted() {
     return codRaise(ERR_CMM_CONVERT_STRING);
-}
-
-bool isMissing(const CodText *text) {
-    return text == nullptr || (text->str == nullptr && text->len != 0);
-}
-
-constexpr CodUint32 terminatorSize(CodUint16 charset) {
-    return charset == UTF16 ? 2 : 1;
 }
 
 void giveLength(CodUint32 *len, CodUint32 value) {

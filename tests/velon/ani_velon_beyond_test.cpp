@@ -273,6 +273,9 @@ TEST(VelonPatch, changesOneScalar) {
     const Value text = random.leaf(VELON_TYPE_STRING), number = random.leaf(VELON_TYPE_NUMBER), tiny = random.leaf(VELON_TYPE_TINYINT);
     const Bytes large = encode(arrayOf({tiny, {VELON_TYPE_STRING, Bytes(VELON_MAX_SIZE, 'x')}}));
     EXPECT_EQ(patched(3, encode(text), "$", text) + patched(3, encode(number), "$", number) + patched(704, large, "$[0]", tiny), "");
+    // A bool is the whole word of its entry.
+    const Bytes wide("\2\x07\0\0\0\1\0\5\0\1\0\0", 12), narrow("\2\x07\0\0\0\1\0\5\0\0\0\0", 12);
+    EXPECT_EQ(patched(0, wide, "$[0]", {VELON_TYPE_BOOL, Bytes(1, '\0')}), narrow);
     EXPECT_EQ(patched(722, encode(tiny), "$.a", tiny) + patched(724, encode(tiny), "$.type()", tiny), "");
 }
 

@@ -290,6 +290,15 @@ TEST(VelonBuild, largestDocument) {
             b.release();
         }
     }
+    // A capacity that doubled does not reach beyond the limit.
+    VelonArrayBuilder array;
+    const CodText half = {const_cast<char *>(content.data()), kMost / 2 + 100, 0}, little = {half.str, 100, 0};
+    EXPECT_EQ(velonArrayBuilderCreate(&memory, 3, 0, &array), COD_SUCCESS);
+    EXPECT_EQ(velonArrayBuilderPushString(&array, &half), COD_SUCCESS);
+    EXPECT_EQ(velonArrayBuilderPushString(&array, &little), COD_SUCCESS);
+    const CodText over = {half.str, kMost - array.buf->len - 4, 0};  // with type and length one byte too many
+    expectError(ERR_CMM_VELON_EXCEEDS_MAX_SIZE, kFull, [&] { return velonArrayBuilderPushString(&array, &over); });
+    velonArrayBuilderFree(&array);
     EXPECT_TRUE(memory.live.empty());
 }
 

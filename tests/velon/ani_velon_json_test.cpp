@@ -132,8 +132,8 @@ TEST(VelonFromJson, refusesTheRestWithItsPlace) {
         {"control character in a string", {"\"a^\tb\"", string("\"^\0\"", 4), "\"a^\nb\"", "{\"" + as + "^\x1f\":1}"}},
         {"unknown escape", {R"("^\x")", R"("ab^\U0041")", R"(["^\'"])"}},
         {"duplicate key",
-         {"{\"a\":1,\"b\":2,\n^\"a\":3,\"a\":4}", R"({"abcdefghi":1,^"abcdefghi":2})", R"({"":1,^"":1})", R"({"\u0061":1,^"a":1})",
-          R"([{"a":1,"b":2},{"b":1,^"b":2}])", R"([{"abcdefgh":1,"b":2},{"abcdefgh":1,^"abcdefgh":2}])"}}};
+         {"{\"a\":1,\"b\":2,\n^\"a\":3,\"a\":4}", R"({"abcdefghi":1,^"abcdefghi":2})", R"({"":1,^"":1})", R"({"bb":1,^"bb":2,"a":1,"a":2})",
+          R"({"\u0061":1,^"a":1})", R"([{"a":1,"b":2},{"b":1,^"b":2}])", R"([{"abcdefgh":1,"b":2},{"abcdefgh":1,^"abcdefgh":2}])"}}};
     for (const auto &[reason, texts] : syntax) {
         for (const string &json : texts) {
             expectRefused(json, ERR_CMM_VELON_JSON_SYNTAX_ERROR, reason);
