@@ -16,7 +16,6 @@
 #include <unicode/ucnv.h>
 #include <unicode/ustring.h>
 #endif
-
 namespace {
 
 constexpr size_t kTextSize = 64 << 10;
@@ -45,9 +44,21 @@ std::string makeText(unsigned letterOneIn, size_t size) {
     return text;
 }
 
+std::string makeUtf16Text(unsigned letterOneIn) {
+    std::mt19937 random(letterOneIn);
+    std::string text;
+    while (text.size() < kTextSize) {
+        const bool isLetter = letterOneIn != 0 && random() % letterOneIn == 0;
+        const unsigned unit = isLetter ? 'a' + static_cast<unsigned>(random()) % 26 : 0x4E00 + static_cast<unsigned>(random()) % 5000;
+        text += {static_cast<char>(unit), static_cast<char>(unit >> 8)};
+    }
+    return text;
+}
+
 struct Work {
     std::string text;
     size_t size;
+    CodUint16 from;
     CodUint16 to;
 };
 
@@ -77,21 +88,28 @@ CodUint32 convertByIconv(iconv_t handle, const CodText &text, char *buffer, CodU
     return static_cast<CodUint32>(out - buffer);
 }
 
+#ifdef VEL_INFRA_WITH_ICU
+const char *icuName(CodUint16 charset) {
+    return charset == UTF16 ? "UTF-16LE" : codGetCharsetSrcName(charset);
+}
+#endif
+
 void addRows(const std::string &name, const Work &work) {
+    const CodUint16 from = work.from;
     const CodUint16 to = work.to;
-    add(name + ", strict/ours", work, [to](const CodText &text, char *buffer, CodUint32 room) {
+    add(name + ", strict/ours", work, [from, to](const CodText &text, char *buffer, CodUint32 room) {
         CodUint32 len = 0;
-        check(codTextConvertStrict(&text, to, buffer, room, &len, UTF8, COD_CONVERT_REFUSE, nullptr) == COD_SUCCESS);
+        check(codTextConvertStrict(&text, to, buffer, room, &len, from, COD_CONVERT_REFUSE, nullptr) == COD_SUCCESS);
         return len;
     });
-    const std::shared_ptr<void> handle(iconv_open(codGetCharsetSrcName(to), "UTF-8"), [](void *opened) { iconv_close(opened); });
+    const std::shared_ptr<void> handle(iconv_open(codGetCharsetSrcName(to), codGetCharsetSrcName(from)),
+                                       [](void *opened) { iconv_close(opened); });
     add(name + ", strict/peer: iconv, handle kept", work,
         [handle](const CodText &text, char *buffer, CodUint32 room) { return convertByIconv(handle.get(), text, buffer, room); });
 #ifdef VEL_INFRA_WITH_ICU
     UErrorCode status = U_ZERO_ERROR;
-    const char *icuName = to == UTF16 ? "UTF-16LE" : codGetCharsetSrcName(to);
-    const std::shared_ptr<UConverter> target(ucnv_open(icuName, &status), ucnv_close);
-    const std::shared_ptr<UConverter> source(ucnv_open("UTF-8", &status), ucnv_close);
+    const std::shared_ptr<UConverter> target(ucnv_open(icuName(to), &status), ucnv_close);
+    const std::shared_ptr<UConverter> source(ucnv_open(icuName(from), &status), ucnv_close);
     check(U_SUCCESS(status));
     add(name + ", strict/peer: ICU, converters kept", work, [source, target](const CodText &text, char *buffer, CodUint32 room) {
         static UChar pivot[4096];
@@ -130,11 +148,12 @@ void addRows(const std::string &name, const Work &work) {
     for (const Kind &kind : {Kind{"ASCII", 1}, Kind{"Chinese", 0}, Kind{"mixed", 2}}) {
         for (const CodUint16 to : {CodUint16{GBK}, CodUint16{GB18030}, CodUint16{UTF16}}) {
             const std::string name = std::string("UTF-8 to ") + codGetCharsetName(to)->str + ", " + kind.name;
-            addRows(name + ", 64 KiB", {makeText(kind.letterOneIn, kTextSize), kTextSize, to});
+            addRows(name + ", 64 KiB", {makeText(kind.letterOneIn, kTextSize), kTextSize, UTF8, to});
             if (to == GBK) {
-                addRows(name + ", 32 bytes", {makeText(kind.letterOneIn, kStringSize), kStringSize, to});
+                addRows(name + ", 32 bytes", {makeText(kind.letterOneIn, kStringSize), kStringSize, UTF8, to});
             }
         }
+        addRows(std::string("UTF16 to UTF-8, ") + kind.name + ", 64 KiB", {makeUtf16Text(kind.letterOneIn), kTextSize, UTF16, UTF8});
     }
     return true;
 }();

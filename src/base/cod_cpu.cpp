@@ -19,7 +19,7 @@ unsigned readXcr0() {
     return low;
 }
 
-enum : unsigned char { kKnown = 1, kAvx2 = 2, kAvx512Vbmi = 4 };
+enum : unsigned char { kKnown = 1, kAvx2 = 2, kAvx512Vbmi = 4, kAvx512Vbmi2 = 8 };
 
 unsigned char detect() {
     unsigned eax = 0;
@@ -37,6 +37,7 @@ unsigned char detect() {
     }
     if ((saved & kXcr0Zmm) == kXcr0Zmm && (ebx & kAvx512) == kAvx512 && (ecx & bit_AVX512VBMI) != 0) {
         found |= kAvx512Vbmi;
+        found |= (ecx & bit_AVX512VBMI2) != 0 ? kAvx512Vbmi2 : 0;
     }
     return found;
 }
@@ -51,7 +52,7 @@ CpuFeatures cpuFeatures() {
         found = detect();
         gFound.store(found, std::memory_order_relaxed);
     }
-    return {.avx2 = (found & kAvx2) != 0, .avx512vbmi = (found & kAvx512Vbmi) != 0};
+    return {.avx2 = (found & kAvx2) != 0, .avx512vbmi = (found & kAvx512Vbmi) != 0, .avx512vbmi2 = (found & kAvx512Vbmi2) != 0};
 }
 
 }  // namespace cod

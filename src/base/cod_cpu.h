@@ -7,7 +7,8 @@ namespace cod {
 
 struct CpuFeatures {
     bool avx2;
-    bool avx512vbmi;  // with F, BW and VL
+    bool avx512vbmi;   // with F, BW and VL
+    bool avx512vbmi2;  // with avx512vbmi
 };
 
 // Any thread.

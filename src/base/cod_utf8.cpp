@@ -112,13 +112,13 @@ CodUint64 validPrefixByteByByte(const CodUint8 *data, CodUint64 length) {
 
 // In the order of Utf8Variant.
 constexpr Utf8Scan kScans[] = {scanUtf8Scalar, scanUtf8Simd256, scanUtf8Simd512};
+constexpr Utf8Count kCounts[] = {countUtf8Scalar, countUtf8Simd256, countUtf8Simd512};
 
-// Stands for the choice until the first call.
-CodUint64 chooseAndScan(const CodUint8 *data, CodUint64 length);
-constinit std::atomic<Utf8Scan> gScan{chooseAndScan};
+constexpr CodUint32 kNotChosen = ~0u;
+constinit std::atomic<CodUint32> gVariant{kNotChosen};
 
-CodUint64 chooseAndScan(const CodUint8 *data, CodUint64 length) {
-    return kScans[setUtf8Variant(detectUtf8Variant())](data, length);
+CodUint64 scan(const CodUint8 *data, CodUint64 length) {
+    return kScans[utf8Variant()](data, length);
 }
 
 }  // namespace
@@ -147,23 +147,37 @@ CodUint64 scanUtf8Scalar(const CodUint8 *data, CodUint64 length) {
     return isIn(state, kStart) ? kUtf8NoFault : begin;
 }
 
+CodUint64 countUtf8Scalar(const CodUint8 *data, CodUint64 length, CodUint64 *characters) {
+    CodUint64 count = 0;
+    for (CodUint64 i = 0; i < length; i++) {
+        count += (data[i] & 0xC0) != 0x80;
+    }
+    *characters = count;
+    return scanUtf8Scalar(data, length);
+}
+
 Utf8Variant detectUtf8Variant() {
     const CpuFeatures features = cpuFeatures();
-    return features.avx512vbmi ? kUtf8Simd512 : features.avx2 ? kUtf8Simd256 : kUtf8Scalar;
+    return features.avx512vbmi2 ? kUtf8Simd512 : features.avx2 ? kUtf8Simd256 : kUtf8Scalar;
 }
 
 Utf8Variant setUtf8Variant(Utf8Variant variant) {
     const Utf8Variant chosen = std::min(variant, detectUtf8Variant());
-    gScan.store(kScans[chosen], std::memory_order_relaxed);
+    gVariant.store(chosen, std::memory_order_relaxed);
     return chosen;
 }
 
+Utf8Variant utf8Variant() {
+    const CodUint32 variant = gVariant.load(std::memory_order_relaxed);
+    return COD_LIKELY(variant != kNotChosen) ? static_cast<Utf8Variant>(variant) : setUtf8Variant(detectUtf8Variant());
+}
+
 bool isValidUtf8Chosen(const CodUint8 *data, CodUint64 length) {
-    return gScan.load(std::memory_order_relaxed)(data, length) == kUtf8NoFault;
+    return scan(data, length) == kUtf8NoFault;
 }
 
 CodUint64 utf8ValidPrefix(const CodUint8 *data, CodUint64 length) {
-    CodUint64 begin = gScan.load(std::memory_order_relaxed)(data, length);
+    CodUint64 begin = scan(data, length);
     if (begin == kUtf8NoFault) {
         return length;
     }
@@ -171,6 +185,12 @@ CodUint64 utf8ValidPrefix(const CodUint8 *data, CodUint64 length) {
     while (begin > 0 && (data[--begin] & 0xC0) == 0x80) {
     }
     return begin + validPrefixByteByByte(data + begin, length - begin);
+}
+
+CodUint64 utf8CountCharacters(const CodUint8 *data, CodUint64 length, bool *isValid) {
+    CodUint64 count = length;
+    *isValid = (length <= 32 && isShortAscii(data, length)) || kCounts[utf8Variant()](data, length, &count) == kUtf8NoFault;
+    return count;
 }
 
 }  // namespace cod

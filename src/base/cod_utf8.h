@@ -32,13 +32,19 @@ inline bool isValidUtf8(const CodUint8 *data, CodUint64 length) {
 // Length of the longest prefix that consists of whole valid characters.
 CodUint64 utf8ValidPrefix(const CodUint8 *data, CodUint64 length);
 
+// Characters, counted in the same pass that validates. *isValid false: the count means nothing.
+CodUint64 utf8CountCharacters(const CodUint8 *data, CodUint64 length, bool *isValid);
+
 // ---- The choice: the widest variant that the processor has. Tests and measurements take others ----
 
+// One choice for all that is done with UTF-8: 512 bits want what the conversions of cod_utf16.h need.
 enum Utf8Variant : CodUint32 { kUtf8Scalar, kUtf8Simd256, kUtf8Simd512 };
 
 Utf8Variant detectUtf8Variant();
 // A variant that the processor lacks gives the widest one that it has. Returns what was chosen.
 Utf8Variant setUtf8Variant(Utf8Variant variant);
+// The present choice, made now if none was.
+Utf8Variant utf8Variant();
 
 // ---- What the variants share; cod_utf8.cpp tells how they work ----
 
@@ -49,6 +55,12 @@ constexpr CodUint64 kUtf8NoFault = ~CodUint64{0};
 CodUint64 scanUtf8Scalar(const CodUint8 *data, CodUint64 length);
 CodUint64 scanUtf8Simd256(const CodUint8 *data, CodUint64 length);  // AVX2
 CodUint64 scanUtf8Simd512(const CodUint8 *data, CodUint64 length);  // AVX-512 F and BW
+
+// As the scans. *characters is set where there is no fault.
+using Utf8Count = CodUint64 (*)(const CodUint8 *data, CodUint64 length, CodUint64 *characters);
+CodUint64 countUtf8Scalar(const CodUint8 *data, CodUint64 length, CodUint64 *characters);
+CodUint64 countUtf8Simd256(const CodUint8 *data, CodUint64 length, CodUint64 *characters);
+CodUint64 countUtf8Simd512(const CodUint8 *data, CodUint64 length, CodUint64 *characters);
 
 // The classes that a byte and the next one belong to, by the halves of the first byte and the high half of the second: the bits that all
 // three have. A pair of no class is well formed.
@@ -75,11 +87,13 @@ template <class Vector, class Bytes>
     return ((third | fourth) & Vector::fill(kUtf8TwoContinuations)) ^ classes;
 }
 
+// *characters, unless null, becomes their number: all bytes but the continuations.
 template <class Vector>
-[[gnu::always_inline]] inline CodUint64 scanUtf8Blocks(const CodUint8 *data, CodUint64 length) {
+[[gnu::always_inline]] inline CodUint64 scanUtf8Blocks(const CodUint8 *data, CodUint64 length, CodUint64 *characters) {
     constexpr CodUint64 size = Vector::kSize;
     constexpr CodUint64 block = 4 * size;
     auto previous = Vector::fill(0);
+    CodUint64 tails = 0;
     CodUint64 begin = 0;
     for (; length - begin >= block; begin += block) {
         const auto a = Vector::load(data + begin);
@@ -93,6 +107,7 @@ template <class Vector>
             if (!Vector::isZero(found)) {
                 return begin;
             }
+            tails += Vector::countTails(a) + Vector::countTails(b) + Vector::countTails(c) + Vector::countTails(d);
         }
         previous = d;
     }
@@ -102,12 +117,17 @@ template <class Vector>
         const auto bytes = Vector::load(data + i);
         if (!Vector::isAscii(bytes | previous)) {
             found |= findUtf8Faults<Vector>(bytes, previous);
+            tails += Vector::countTails(bytes);
         }
         previous = bytes;
     }
     const auto rest = i == length ? Vector::fill(0) : Vector::loadRest(data + i, length - i);
     if (!Vector::isAscii(rest | previous)) {
         found |= findUtf8Faults<Vector>(rest, previous);
+        tails += Vector::countTails(rest);
+    }
+    if (characters != nullptr) {
+        *characters = length - tails;
     }
     return Vector::isZero(found) ? kUtf8NoFault : begin;
 }

@@ -7,6 +7,7 @@
 #include <vel_infra/codepage/ani_codepage.h>
 #include <vel_infra/error/ani_error_base.h>
 
+#include "base/cod_utf16.h"
 #include "string/ani_charset_internal.h"
 #include "string/ani_text_internal.h"
 
@@ -20,13 +21,15 @@ struct Work {
     const CodUint8 *end;
     CodUint8 *out;
     CodUint8 *outEnd;
-    const CodUint8 *firstBad;  // end: none
+    const CodUint8 *firstBad;     // end: none
+    const CodUint8 *nextStretch;  // where wider vectors may be tried again
     CodConvertMode mode;
 };
 
 enum class Outcome { kWhole, kFull, kRefused };
 
-constexpr CodInt64 kBlock = 16;  // characters
+constexpr CodInt64 kBlock = 16;     // characters
+constexpr CodInt64 kStretch = 256;  // bytes
 
 // Whole blocks of ASCII, as long as they come and there is room.
 template <class Source, class Target>
@@ -55,6 +58,39 @@ inline void convertAscii(Work &work) {
         }
         work.in += kBlock * Source::kUnit;
         work.out += kBlock * Target::kUnit;
+    }
+}
+
+template <class Source, class Target>
+constexpr Utf16Convert kConvertStretch = nullptr;
+template <>
+constexpr Utf16Convert kConvertStretch<Utf8Charset, Utf16Charset> = utf8ToUtf16;
+template <>
+constexpr Utf16Convert kConvertStretch<Utf16Charset, Utf8Charset> = utf16ToUtf8;
+
+// Whole stretches, by wider vectors where the pair and the processor have them. Among many bad characters they would be begun in vain.
+template <class Source, class Target>
+inline void convertStretch(Work &work) {
+    constexpr Utf16Convert stretch = kConvertStretch<Source, Target>;
+    if (stretch != nullptr && work.end - work.in >= kBlock && work.in >= work.nextStretch) {
+        const Utf16Progress done =
+            stretch(work.in, static_cast<CodUint64>(work.end - work.in), work.out, static_cast<CodUint64>(work.outEnd - work.out));
+        work.in += done.read;
+        work.out += done.written;
+        const bool isWorthIt = done.read >= CodUint64{kStretch} || work.end - work.in < kStretch;
+        work.nextStretch = isWorthIt ? work.in : work.in + kStretch;
+    }
+}
+
+// A short text is often ASCII alone, for which the wider vectors are not worth their call.
+template <class Source, class Target>
+inline void convertBlocks(Work &work) {
+    if (work.end - work.in >= kStretch) {
+        convertStretch<Source, Target>(work);
+        convertAscii<Source, Target>(work);
+    } else {
+        convertAscii<Source, Target>(work);
+        convertStretch<Source, Target>(work);
     }
 }
 
@@ -99,7 +135,7 @@ COD_COLD Outcome passBad(Work &work, CodUint32 bytes) {
 template <class Source, class Target>
 Outcome convert(Work &work) {
     for (;;) {
-        convertAscii<Source, Target>(work);
+        convertBlocks<Source, Target>(work);
         // Up to the next chance of a block.
         for (CodInt64 i = 0; i < kBlock; i++) {
             if (work.in == work.end) {
@@ -163,7 +199,7 @@ CodResult codTextConvertStrict(const CodText *text, CodUint16 dstCharset, CodCha
     const auto *in = reinterpret_cast<const CodUint8 *>(text->str);
     auto *out = reinterpret_cast<CodUint8 *>(buf);
     const CodUint8 *end = text->len != 0 ? in + text->len : in;
-    Work work = {in, in, end, out, out + (bufSize - terminator), end, mode};
+    Work work = {in, in, end, out, out + (bufSize - terminator), end, in, mode};
     const Outcome outcome = kConvert[srcCharset][dstCharset](work);
     if (outcome == Outcome::kFull) {
         return codRaise(ERR_CMM_COPY_DATA, text->len, bufSize);

@@ -2,6 +2,9 @@
 
 #include <sys/mman.h>
 
+#include <vel_infra/string/ani_convert.h>
+
+#include "base/cod_utf16.h"
 #include "support/collection_support.h"
 
 namespace {
@@ -50,15 +53,24 @@ std::size_t prefixByModel(std::string_view text) {
 
 // ---- Texts where reading too far or too early ends the process ----
 
-CodUint8 *const kOpenPage = [] {
+CodUint8 *openPage() {
     void *pages = mmap(nullptr, 3 * kPage, PROT_NONE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
     CodUint8 *page = static_cast<CodUint8 *>(pages) + kPage;
     EXPECT_EQ(mprotect(page, kPage, PROT_READ | PROT_WRITE), 0);
     return page;
-}();
+}
+CodUint8 *const kOpenPage = openPage();
+CodUint8 *const kOtherPage = openPage();
 
 bool isJudged(const CodUint8 *data, std::size_t length, std::size_t prefix) {
     return utf8ValidPrefix(data, length) == prefix && isValidUtf8(data, length) == (prefix == length);
+}
+
+bool isCounted(const CodUint8 *data, std::size_t length, bool isValid) {
+    bool isFoundValid = !isValid;
+    const CodUint64 count = cod::utf8CountCharacters(data, length, &isFoundValid);
+    const auto leads = std::count_if(data, data + length, [](CodUint8 byte) { return (byte & 0xC0) != 0x80; });
+    return isFoundValid == isValid && (!isValid || count == static_cast<CodUint64>(leads));
 }
 
 // The prefix is valid.
@@ -69,6 +81,7 @@ void check(std::string_view prefix, std::string_view rest) {
         std::copy(rest.begin(), rest.end(), std::copy(prefix.begin(), prefix.end(), place));
         EXPECT_TRUE(isJudged(place, length, expected))
             << testing::PrintToString(std::string(prefix).append(rest)) << ": " << utf8ValidPrefix(place, length) << ", not " << expected;
+        EXPECT_TRUE(isCounted(place, length, expected == length)) << testing::PrintToString(std::string(prefix).append(rest));
     }
 }
 
@@ -78,6 +91,23 @@ std::string makePrefix(std::size_t length, bool isAscii) {
         prefix += "\u4E2D";
     }
     return prefix;
+}
+
+// Not shorter than `length`.
+std::string makeText(Random &random, std::size_t length) {
+    const std::string parts[] = {std::string(random.below(300), 'x'), "a", "\u00DF", "\u4E2D\uFFFF", "\U0001F600\U0010FFFF"};
+    std::string text;
+    while (text.size() < length) {
+        text += parts[random.oneIn(20) ? 0 : 1 + random.below(4)];
+    }
+    return text;
+}
+
+std::string changeBytes(Random &random, std::string text) {
+    for (std::uint32_t changes = random.below(3); changes > 0 && !text.empty(); changes--) {
+        text[random.below(static_cast<std::uint32_t>(text.size()))] = static_cast<char>(random.next());
+    }
+    return text;
 }
 
 struct Utf8 : testing::TestWithParam<cod::Utf8Variant> {
@@ -93,7 +123,7 @@ struct Utf8 : testing::TestWithParam<cod::Utf8Variant> {
 INSTANTIATE_TEST_SUITE_P(Variants, Utf8, testing::Values(cod::kUtf8Scalar, cod::kUtf8Simd256, cod::kUtf8Simd512));
 
 TEST_P(Utf8, judgesEverySequenceOfUpToThreeBytes) {
-    EXPECT_TRUE(isJudged(nullptr, 0, 0) && kFirstUse == 2);
+    EXPECT_TRUE(isJudged(nullptr, 0, 0) && isCounted(nullptr, 0, true) && kFirstUse == 2);
     for (std::uint32_t i = 0; i < 0x10000; i++) {
         const char bytes[] = {static_cast<char>(i >> 8), static_cast<char>(i)};
         check(makePrefix(i * 7 % 71, i % 3 != 0), std::string_view(bytes, i % 5 == 0 ? 1 : 2));
@@ -135,15 +165,122 @@ TEST_P(Utf8, judgesTheLimitsAtEveryPlace) {
 TEST_P(Utf8, judgesMutatedTexts) {
     Random random(3629);
     for (int i = 0; i < 20000 && !HasFailure(); i++) {
-        const std::string parts[] = {std::string(random.below(300), 'x'), "a", "\u00DF", "\u4E2D\uFFFF", "\U0001F600\U0010FFFF"};
-        std::string text;
-        for (std::size_t length = random.below(random.oneIn(8) ? 700 : 300); text.size() < length;) {
-            text += parts[random.oneIn(20) ? 0 : 1 + random.below(4)];
-        }
-        for (std::uint32_t changes = random.below(3); changes > 0 && !text.empty(); changes--) {
-            text[random.below(static_cast<std::uint32_t>(text.size()))] = static_cast<char>(random.next());
-        }
+        const std::string text = changeBytes(random, makeText(random, random.below(random.oneIn(8) ? 700 : 300)));
         check("", text.substr(0, text.size() - (random.oneIn(2) ? 0 : std::min<std::size_t>(text.size(), random.below(4)))));
+    }
+}
+
+// ---- UTF-16: what the vectors make of a text is what is made character by character ----
+
+struct Converted {
+    CodResult result;
+    std::string bytes;
+    CodUint32 badOffset;
+
+    bool operator==(const Converted &other) const {
+        return result == other.result && bytes == other.bytes && badOffset == other.badOffset;
+    }
+};
+
+constexpr std::size_t kMostRoom = kPage - 2;
+
+// Text and buffer end where their pages do. Room without the terminator.
+Converted convert(std::string_view text, CodUint16 from, CodConvertMode mode, std::size_t room) {
+    const CodUint16 to = from == UTF8 ? UTF16 : UTF8;
+    const std::size_t size = room + (to == UTF16 ? 2 : 1);
+    CodUint8 *in = kOpenPage + kPage - text.size();
+    CodUint8 *out = kOtherPage + kPage - size;
+    std::copy(text.begin(), text.end(), in);
+    const CodText given = {reinterpret_cast<CodChar *>(in), static_cast<CodUint32>(text.size()), 0};
+    CodUint32 len = 0, badOffset = 77;
+    codCleanError();
+    const CodResult result =
+        codTextConvertStrict(&given, to, reinterpret_cast<CodChar *>(out), static_cast<CodUint32>(size), &len, from, mode, &badOffset);
+    return {result, std::string(out, out + len), badOffset};
+}
+
+std::string toUtf16(const std::string &text) {
+    return convert(text, UTF8, COD_CONVERT_REFUSE, kMostRoom).bytes;
+}
+
+void compare(std::string_view text, CodUint16 from, std::size_t room) {
+    for (const CodConvertMode mode : {COD_CONVERT_REFUSE, COD_CONVERT_REPLACE, COD_CONVERT_SKIP}) {
+        const Converted byVectors = convert(text, from, mode, room);
+        const cod::Utf8Variant variant = cod::utf8Variant();
+        cod::setUtf8Variant(cod::kUtf8Scalar);
+        const Converted byCharacters = convert(text, from, mode, room);
+        cod::setUtf8Variant(variant);
+        EXPECT_EQ(byVectors, byCharacters) << testing::PrintToString(std::string(text)) << " from " << from << ", room " << room;
+    }
+}
+
+// Of one kind of characters each, of all kinds in turn and at random, each several vectors long.
+std::vector<std::string> makeTexts() {
+    Random random(16);
+    std::vector<std::string> texts = {makeText(random, 300)};
+    for (const char *part : {"a", "\u00DF\u07FF", "\u0800\u4E2D\uD7FF\uE000\uFFFF", "\U00010000\U0001F600\U0010FFFF",
+                             "a\u00DF\u4E2D\U0001F600", "abc\u4E2D\u6587xyz"}) {
+        std::string text;
+        while (text.size() < 300) {
+            text += part;
+        }
+        texts.push_back(text);
+    }
+    return texts;
+}
+
+TEST_P(Utf8, convertsWholeTexts) {
+    Random random(2781);
+    for (int i = 0; i < 3000 && !HasFailure(); i++) {
+        const std::string text = makeText(random, random.below(600));
+        const std::string units = toUtf16(text);
+        compare(text, UTF8, units.size());
+        compare(units, UTF16, text.size());
+        compare(changeBytes(random, text), UTF8, kMostRoom);
+        compare(changeBytes(random, units), UTF16, kMostRoom);
+        EXPECT_EQ(convert(units, UTF16, COD_CONVERT_REFUSE, text.size()).bytes, text);
+        // No character is left to the slow way, nor written behind the room.
+        const bool isVector = GetParam() != cod::kUtf8Scalar;
+        CodUint8 *in = kOpenPage + kPage - text.size();
+        CodUint8 *out = kOtherPage + kPage - units.size();
+        std::copy(text.begin(), text.end(), in);
+        const cod::Utf16Progress forth = cod::utf8ToUtf16(in, text.size(), out, units.size());
+        EXPECT_EQ(forth.read, isVector ? text.size() : 0);
+        EXPECT_EQ(forth.written, isVector ? units.size() : 0);
+        std::copy(units.begin(), units.end(), out);
+        const cod::Utf16Progress back = cod::utf16ToUtf8(out, units.size(), in, text.size());
+        EXPECT_EQ(back.read, isVector ? units.size() : 0);
+        EXPECT_EQ(back.written, isVector ? text.size() : 0);
+    }
+}
+
+TEST_P(Utf8, convertsFaultsAtEveryPlace) {
+    for (const std::string &text : makeTexts()) {
+        const std::string units = toUtf16(text);
+        for (std::size_t at = 0; at < text.size() && !HasFailure(); at++) {
+            for (const char fault : {'a', '\0', '\x80', '\xBF', '\xC1', '\xC3', '\xE0', '\xED', '\xF0', '\xF4', '\xFF'}) {
+                compare(std::string(text).replace(at, 1, 1, fault), UTF8, kMostRoom);
+            }
+            compare(text.substr(0, at), UTF8, kMostRoom);
+        }
+        for (std::size_t at = 0; at < units.size() && !HasFailure(); at++) {
+            for (const char fault : {'\0', '\x07', '\xD7', '\xD8', '\xDB', '\xDC', '\xDF', '\xE0'}) {
+                compare(std::string(units).replace(at, 1, 1, fault), UTF16, kMostRoom);
+            }
+            compare(units.substr(0, at), UTF16, kMostRoom);
+        }
+    }
+}
+
+TEST_P(Utf8, convertsIntoEveryRoom) {
+    for (const std::string &text : makeTexts()) {
+        const std::string units = toUtf16(text);
+        for (std::size_t room = 0; room <= units.size() + 3; room++) {
+            compare(text, UTF8, room);
+        }
+        for (std::size_t room = 0; room <= text.size() + 3; room++) {
+            compare(units, UTF16, room);
+        }
     }
 }
 

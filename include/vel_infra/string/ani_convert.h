@@ -26,7 +26,8 @@ typedef enum CodConvertMode COD_ENUM_BASE {
  * as a whole; in UTF16 a surrogate is one unit. A text without bytes needs room for the terminator too. Errors: ERR_CMM_CONVERT_STRING for
  * a bad character that is to be refused; ERR_CMM_COPY_DATA when the result does not fit, with the source's length and the buffer's size;
  * ERR_CMM_INVALID_CODEPAGE when GBK or GB18030 is not loaded; ERR_CMM_INVALID_PARAMETER for a charset that has no characters and for an
- * unknown mode; ERR_CMM_POINTER_NULL. After a failure the buffer is unspecified and *len as it was. */
+ * unknown mode; ERR_CMM_POINTER_NULL. After a failure the buffer is unspecified and *len as it was;
+ * what lies behind the terminator is unspecified always. */
 COD_NODISCARD COD_API CodResult codTextConvertStrict(const CodText *text, CodUint16 dstCharset, CodChar *buf, CodUint32 bufSize,
                                                      CodUint32 *len, CodUint16 srcCharset, CodConvertMode mode, CodUint32 *badOffset);
 
