@@ -53,7 +53,9 @@
 #include <vel_infra/codepage/ani_codepage.h>
 
 #include <vel_infra/string/ani_charset.h>
+#include <vel_infra/string/ani_collation.h>
 #include <vel_infra/string/ani_convert.h>
+#include <vel_infra/string/ani_number_form.h>
 #include <vel_infra/string/ani_string.h>
 
 #include <vel_infra/utils/ani_timer.h>
@@ -86,5 +88,6 @@
 #include <vel_infra/velon/ani_velon_patch.h>
 #include <vel_infra/velon/ani_velon_path.h>
 #include <vel_infra/velon/ani_velon_util.h>
+
 
 #endif

@@ -161,6 +161,25 @@ bool isFailure(const void *handle) {
     return reinterpret_cast<CodUint64>(handle) == ~CodUint64{0};
 }
 
+// The thread's converter, opened when there is none; one that cannot be kept is closed as it is given back.
+CodResult borrowHandle(CodUint16 srcCharset, CodUint16 dstCharset, void **handle) {
+    void **kept = keptHandle(srcCharset, dstCharset);
+    *handle = kept != nullptr ? *kept : nullptr;
+    if (*handle == nullptr) {
+        COD_TRY(codOpenIconvHandle(srcCharset, dstCharset, handle));
+        if (kept != nullptr && !isFailure(*handle)) {
+            *kept = *handle;
+        }
+    }
+    return COD_SUCCESS;
+}
+void giveBack(CodUint16 srcCharset, CodUint16 dstCharset, void *handle) {
+    void *const *kept = keptHandle(srcCharset, dstCharset);
+    if (kept == nullptr || *kept != handle) {
+        codCloseIconvHandle(handle);
+    }
+}
+
 CodResult streamConvert(const CodText *text, CodUint16 dstCharset, CodChar *buf, CodUint32 bufSize, CodUint16 srcCharset,
                         CodUint32 *srcIndicator, CodUint32 *dstIndicator, bool mayTruncate) {
     if (isMissing(text) || (buf == nullptr && bufSize != 0) || srcIndicator == nullptr || dstIndicator == nullptr) {
@@ -184,6 +203,22 @@ CodResult streamConvert(const CodText *text, CodUint16 dstCharset, CodChar *buf,
 }
 
 }  // namespace
+
+bool cod::convertPiece(const CodText &text, CodUint16 dstCharset, CodChar *buf, CodUint32 room, CodUint16 srcCharset, CodUint32 *read,
+                       CodUint32 *written) {
+    *read = 0;
+    *written = 0;
+    void *handle = nullptr;
+    const bool hasNames = codGetCharsetSrcName(srcCharset) != nullptr && codGetCharsetDstName(dstCharset) != nullptr;
+    if (text.len == 0 || !hasNames || borrowHandle(srcCharset, dstCharset, &handle) != COD_SUCCESS) {
+        return false;
+    }
+    const Converted converted = convert(handle, text, buf, room);
+    giveBack(srcCharset, dstCharset, handle);
+    *read = converted.read;
+    *written = converted.written;
+    return converted.written != 0;
+}
 
 CodResult codTextCopy(const CodText *src, CodText *dst, CodUint32 bufSize) {
     if (isMissing(src) || dst == nullptr || (dst->str == nullptr && src->len != 0)) {
@@ -221,18 +256,10 @@ CodResult codTextConvert(const CodText *text, CodUint16 dstCharset, CodChar *buf
     if (isDone) {
         return COD_SUCCESS;
     }
-    void **kept = keptHandle(srcCharset, dstCharset);
-    void *handle = kept != nullptr ? *kept : nullptr;
-    if (handle == nullptr) {
-        COD_TRY(codOpenIconvHandle(srcCharset, dstCharset, &handle));
-        if (kept != nullptr && !isFailure(handle)) {
-            *kept = handle;
-        }
-    }
+    void *handle = nullptr;
+    COD_TRY(borrowHandle(srcCharset, dstCharset, &handle));
     const CodResult result = convertWhole(handle, *text, dstCharset, buf, bufSize, len);
-    if (kept == nullptr || *kept != handle) {
-        codCloseIconvHandle(handle);
-    }
+    giveBack(srcCharset, dstCharset, handle);
     return result;
 }
 

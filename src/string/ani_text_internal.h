@@ -16,4 +16,9 @@ constexpr CodUint32 terminatorSize(CodUint16 charset) {
     return charset == UTF16 ? 2 : 1;
 }
 
+// As much of a text as the thread's converter takes and a buffer has room for, whole characters without a terminator; false: nothing. No
+// error is raised.
+bool convertPiece(const CodText &text, CodUint16 dstCharset, CodChar *buf, CodUint32 room, CodUint16 srcCharset, CodUint32 *read,
+                  CodUint32 *written);
+
 }  // namespace cod

@@ -31,11 +31,11 @@ CodBool velonTypeIsValid(CodUint32 type) {
 }
 
 const char *velonTypeName(VelonType type) {
-    return cod::velon::isTypeCode(type) ? kNames[type - 1] : nullptr;
+    return cod::velon::isTypeCode(type) ? kNames[static_cast<CodUint32>(type) - 1] : nullptr;
 }
 
 const CodText *velonTypeNameText(VelonType type) {
-    return cod::velon::isTypeCode(type) ? &kNameTexts.texts[type - 1] : nullptr;
+    return cod::velon::isTypeCode(type) ? &kNameTexts.texts[static_cast<CodUint32>(type) - 1] : nullptr;
 }
 
 namespace cod::velon {
