@@ -89,5 +89,6 @@
 #include <vel_infra/velon/ani_velon_path.h>
 #include <vel_infra/velon/ani_velon_util.h>
 
+#include <vel_infra/infra/ani_infra.h>
 
 #endif

@@ -56,6 +56,10 @@ const char kFullReport[] =
     "  distinct                      6\n"
     "  shortest bytes                1  \"\\\"\"\n"
     "  longest bytes                 9  \"two\\nlines\"\n"
+    "  valid utf8                  yes\n"
+    "  longest chars                 9  \"two\\nlines\"\n"
+    "  minimum                          \" x \"\n"
+    "  maximum                          \"two\\nlines\"\n"
     "  most common                   2  \"bob\"\n"
     "  most common                   1  \" x \"\n"
     "  most common                   1  \"\\\"\"\n"
@@ -158,7 +162,12 @@ TEST_F(Command, GoodInputIsAnsweredOnStandardOutput) {
         {"profile", "d\n2026-11-21\n2026-11-21t00:00:07.5", {" TIMESTAMP\n", " 2026-11-21T00:00:07.500000\n", " +00 00:00:07.500000\n"}},
         {"profile", "d\n2026-11-21 09:05-01\n2026-11-21 09:05+08:00", {"  (with zone, shown in UTC)\n", "21T01:05:00\n", "21T10:05:00\n"}},
         {"profile", "d\n2026-11-21\n2026-11-21 10:00Z", {" TIMESTAMP  (with and without zone)\n"}},
-        {"profile", "d\n2026-11-21\n2026-02-29\n2026-11-22\n", {"longest bytes                10  \"2026-11-21\"\n  most common"}},
+        {"profile", "d\n2026-11-21\n2026-02-29\n2026-11-22\n", {"longest bytes                10  \"2026-11-21\"\n  valid"}},
+        {"profile", "v\nx\n\"\"\n\xFFy\n\xFF\n", {" no\n  invalid row                   4\n  longest chars                 -\n", "FFy\""}},
+        {"profile", "v\néé\nabc\n10\n9\n", {"longest chars                 3  \"abc\"\n", "  \"10\"\n", "  \"éé\"\n"}},
+        {"profile", "v\n上海\n安\n北京\n", {"  minimum                          \"上海\"\n  maximum                          \"安\"\n"}},
+        {"profile --collation utf8_pinyin_cs", "v\n上海\n安\nz\n北京\n", {"minimum                          \"z\"\n", " \"上海\"\n  most"}},
+        {"profile --collation UTF8_GENERAL_CI", "v\nb\na\nB\n", {"  \"a\"\n  maximum", "  \"b\"\n  most"}},
         {"profile --json", "v\n12\n\"\"\n7\n", {kJsonReport}},
         {"profile --json", crowd(), {"\"distinct_is_estimate\": true", "500,\n          \"count_at_most\": 501\n", "\"rows\": 70500"}},
         {"profile --json",
@@ -166,6 +175,10 @@ TEST_F(Command, GoodInputIsAnsweredOnStandardOutput) {
          {"\"type\": null,\n      \"type_note\": \"246 digits", "\"sum\": null,\n      \"sum_note\": "}},
         {"profile --json", "d\n2026-11-21\n", {"\"type\": \"DATE\",\n      \"earliest\": \"2026-11-21\",", "\"span\": \"0 days\""}},
         {"profile --json", "\xE9\x01\n" + std::string(255, 'y') + "\xE2\x82\xAC", {"\xEF\xBF\xBD\\u0001\"", std::string(255, 'y') + "…\""}},
+        {"profile --json",
+         "v\nx\néé\n",
+         {"_utf8\": true,\n", "chars\": 2,\n      \"longest_chars_value\": \"éé\",\n      \"minimum\": \"x\",\n"}},
+        {"profile --json", "v\n\xFF\n", {"\"valid_utf8\": false,\n      \"invalid_row\": 2,\n      \"longest_chars\": null,\n"}},
         {"log", kLog, {kLogReport}},
         {"log in", kNoLog, {"  first                         -\n", "other lines                  12\n\n12 lines, in\n"}},
         {"log -", manyCodes(), {"other lines                   0\n  VEL-00001", "  VEL-04096   ", "  other codes                   2\n"}},
@@ -264,6 +277,9 @@ TEST_F(Command, FailuresAreOneLineOnStandardErrorAndNoOutput) {
         {"profile -c 5", good, 1, invalid + "there is no column \"5\" in standard input"},
         {"profile -c 0", good, 1, invalid + "there is no column \"0\" in standard input"},
         {"profile -c a,1", good, 1, invalid + "--columns names a column twice: \"1\" in standard input"},
+        {"profile --collation ''", good, 1, "VEL-00232 invalid collation name \"\""},
+        {"profile --collation 'UTF8_BINARY\n'", good, 1, "VEL-00232 invalid collation name \"UTF8_BINARY\\\\n\""},
+        {"profile --collation GBK_BINARY_CS", good, 1, "VEL-00232 invalid collation name \"GBK_BINARY_CS\""},
         {"profile missing.csv", "", 1, "VEL-00313 failed to open file missing.csv, errno 2, [^\n]*"},
         {"profile 'bad\nname\x1b'", "", 1, "VEL-00313 failed to open file bad\\\\nname\\\\x1B, errno 2, [^\n]*"},
         {"profile .", "", 1, "VEL-00313 failed to open file ., errno 21, [^\n]*"},

@@ -1,6 +1,7 @@
 #include <gmock/gmock.h>
 
 #include <algorithm>
+#include <array>
 #include <cstring>
 #include <fstream>
 #include <map>
@@ -16,6 +17,7 @@
 #include <vel_infra/velon/ani_velon.h>
 #include <vel_infra/velon/ani_velon_json.h>
 
+#include "codepage_folder.h"
 #include "log_profile.h"
 #include "packed_column.h"
 #include "report.h"
@@ -207,6 +209,42 @@ TEST_F(VelTest, AFailedAllocationIsReportedAndNothingLeaks) {
         result = profile();
         codFailAllocAfter(-1);
         ASSERT_TRUE(result == COD_SUCCESS ? n > 5 : codGetErrorStackDepth() > 0) << n;
+    }
+}
+
+// Against a sort of all values, for every collation.
+TEST_F(VelTest, ExtremeTextsAreThoseOfASort) {
+    ASSERT_EQ(loadCodepages(nullptr), COD_SUCCESS) << codGetErrorMsg2();
+    const char *const pieces[] = {"a", "A", "b", "é", "É", "中", "北", "😀", " ", "\xFF"};
+    const auto textOf = [](const std::string &value) { return CodText{const_cast<char *>(value.data()), CodUint32(value.size()), 0}; };
+    const auto shown = [](const ExtremeValue &value) { return std::pair{value.length, std::string(value.text, value.kept)}; };
+    const auto expected = [](const std::string &value) { return std::pair{CodUint32(value.size()), value.substr(0, 256)}; };
+    Random random(3);
+    for (CodUint16 round = 0; round < 1800; round++) {
+        const CodCollation *collation = codGetCollation(UTF8, round % 3, round / 3 % 2);
+        TextProfile profile;
+        profile.init(shared, collation);
+        std::vector<std::string> values(1 + random() % 12, std::string(std::array<size_t, 3>{0, 7, 300}[random() % 3], 'x'));
+        std::pair<CodUint32, std::string> longest;
+        CodUint32 row = 0, firstInvalidRow = 0;
+        for (std::string &value : values) {
+            auto characters = CodUint32(value.size());
+            for (CodUint64 count = 1 + random() % 4; count > 0; count--, characters++) {
+                value += pieces[random() % (random() % 8 == 0 ? 10 : 9)];
+            }
+            longest = characters > longest.first ? std::pair{characters, value} : longest;
+            ASSERT_EQ(profile.add(textOf(value), ++row, value.find_first_not_of("xaAb ") == value.npos), COD_SUCCESS);
+            firstInvalidRow = firstInvalidRow == 0 && value.find('\xFF') != value.npos ? row : firstInvalidRow;
+        }
+        ASSERT_EQ(profile.firstInvalidRow(), firstInvalidRow);
+        ASSERT_TRUE(firstInvalidRow != 0 ||
+                    (profile.longestCharacters() == longest.first && shown(profile.longest()) == expected(longest.second)));
+        const auto isBefore = [&](const std::string &left, const std::string &right) {
+            const CodText one = textOf(left), other = textOf(right);
+            return collation->compare(&one, &other) < 0;
+        };
+        ASSERT_EQ(shown(profile.minimum()), expected(*std::min_element(values.begin(), values.end(), isBefore)));
+        ASSERT_EQ(shown(profile.maximum()), expected(*std::max_element(values.begin(), values.end(), isBefore)));
     }
 }
 

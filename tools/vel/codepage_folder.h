@@ -5,8 +5,8 @@
 
 namespace vel {
 
-// Loads the code pages from a folder; null: as VELDB_HOME tells, and without it from the install that the command belongs to.
-// Errors: those of aniCodepageInit.
+// Loads the code pages from a folder; null: from that of codInfraCodepageFolder.
+// Errors: those of codInfraCodepageFolder and aniCodepageInitFrom.
 CodResult loadCodepages(const char *folder);
 
 }  // namespace vel

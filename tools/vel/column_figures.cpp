@@ -34,14 +34,28 @@ void ColumnFigures::addNumber(const char *label, const CodNumber &number) {
     figure->number = number;
 }
 
-void ColumnFigures::addExtreme(const char *label, const ColumnProfile &profile, const ExtremeValue &value) {
+void ColumnFigures::addBool(const char *label, bool value) {
     Figure *figure = add(label);
-    if (profile.hasValues()) {
-        figure->kind = Figure::kCount;
-        figure->count = value.length;
-        figure->value = {const_cast<char *>(value.text), value.kept, 0};
-        figure->valueSize = value.length;
+    figure->kind = Figure::kBool;
+    figure->count = value;
+}
+
+void ColumnFigures::addValue(const char *label, const ExtremeValue &value) {
+    Figure *figure = add(label);
+    figure->kind = Figure::kValue;
+    figure->value = {const_cast<char *>(value.text), value.kept, 0};
+    figure->valueSize = value.length;
+}
+
+// A size of 0: there is no such value.
+void ColumnFigures::addExtreme(const char *label, CodUint64 size, const ExtremeValue &value) {
+    if (size == 0) {
+        add(label);
+        return;
     }
+    addValue(label, value);
+    figures[count - 1].kind = Figure::kCount;
+    figures[count - 1].count = size;
 }
 
 void ColumnFigures::addType(const NumericProfile &numbers) {
@@ -121,13 +135,23 @@ void ColumnFigures::addDates(const DateProfile &dates) {
     addSpan(dates);
 }
 
+void ColumnFigures::addTexts(const TextProfile &texts) {
+    addBool("valid utf8", texts.isValid());
+    if (!texts.isValid()) {
+        addCount("invalid row", texts.firstInvalidRow());
+    }
+    addExtreme("longest chars", texts.isValid() ? texts.longestCharacters() : 0, texts.longest());
+    addValue("minimum", texts.minimum());
+    addValue("maximum", texts.maximum());
+}
+
 ColumnFigures::ColumnFigures(const ColumnProfile &profile) {
     addCount("rows", profile.rows());
     addCount("empty", profile.empties());
     addCount("distinct", profile.distinct());
     figures[count - 1].isApproximate = !profile.values().isExact();
-    addExtreme("shortest bytes", profile, profile.shortest());
-    addExtreme("longest bytes", profile, profile.longest());
+    addExtreme("shortest bytes", profile.shortest().length, profile.shortest());
+    addExtreme("longest bytes", profile.longest().length, profile.longest());
     if (profile.numbers().isNumeric()) {
         addNumbers(profile.numbers());
         if (profile.integers().isIntegers()) {
@@ -135,6 +159,8 @@ ColumnFigures::ColumnFigures(const ColumnProfile &profile) {
         }
     } else if (profile.dates().isDates()) {
         addDates(profile.dates());
+    } else if (profile.hasValues()) {
+        addTexts(profile.texts());
     }
     commonCount = profile.values().mostCommon(common, kMostCommon);
 }

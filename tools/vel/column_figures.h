@@ -7,12 +7,12 @@ namespace vel {
 
 // One figure of a column, whatever form the report takes.
 struct Figure {
-    enum Kind : CodUint8 { kNone, kCount, kNumber, kText };
+    enum Kind : CodUint8 { kNone, kCount, kNumber, kText, kBool, kValue };
 
     const char *label;
-    Kind kind;            // kNone: the column has no such figure
+    Kind kind;            // kNone: the column has no such figure; kValue: it is the value itself
     bool isApproximate;   // of a count
-    CodUint64 count;      // kCount
+    CodUint64 count;      // kCount; kBool: 0 or 1
     CodNumber number;     // kNumber
     char text[64];        // kText
     CodText value;        // the value that the figure tells of, its beginning at least; str null: none
@@ -38,7 +38,9 @@ private:
     void addCount(const char *label, CodUint64 count);
     void addText(const char *label, const char *text);
     void addNumber(const char *label, const CodNumber &number);
-    void addExtreme(const char *label, const ColumnProfile &profile, const ExtremeValue &value);
+    void addBool(const char *label, bool value);
+    void addValue(const char *label, const ExtremeValue &value);
+    void addExtreme(const char *label, CodUint64 size, const ExtremeValue &value);
     void addType(const NumericProfile &numbers);
     void addNumbers(const NumericProfile &numbers);
     void addBits(const char *label, const IntegerProfile &integers, CodInt32 bits);
@@ -46,6 +48,7 @@ private:
     void addDate(const char *label, CodDate date);
     void addSpan(const DateProfile &dates);
     void addDates(const DateProfile &dates);
+    void addTexts(const TextProfile &texts);
 };
 
 }  // namespace vel

@@ -1,22 +1,17 @@
 #include "column_profile.h"
 
 #include <algorithm>
-#include <cstring>
 
 #include <vel_infra/algorithm/ani_hyperloglog.h>
 #include <vel_infra/error/ani_error_base.h>
 
 namespace vel {
 
-void ExtremeValue::set(const CodText &value) {
-    length = value.len;
-    kept = std::min(value.len, kKeptBytes);
-    memcpy(text, value.str, kept);
-}
-
-void ColumnProfile::init(MemoryPool *pool, MemoryContext *shared) {
+void ColumnProfile::init(MemoryPool *pool, MemoryContext *shared, const CodCollation *collation, CodUint64 firstRow) {
     shared_ = shared;
+    firstRow_ = firstRow;
     values_.init(pool);
+    texts_.init(shared, collation);
 }
 
 CodResult ColumnProfile::add(const CodText &field) {
@@ -38,7 +33,11 @@ CodResult ColumnProfile::add(const CodText &field) {
         integers_.add(numbers_.latest(), field.len);
     }
     dates_.add(field, isNew);
-    return isNew ? addToEstimate(field) : COD_SUCCESS;
+    if (!isNew) {
+        return COD_SUCCESS;
+    }
+    COD_TRY(texts_.add(field, firstRow_ + rows_ - 1, numbers_.isNumeric() || dates_.isDates()));
+    return addToEstimate(field);
 }
 
 CodResult ColumnProfile::addToEstimate(const CodText &value) {

@@ -2,28 +2,20 @@
 #define VEL_COLUMN_PROFILE_H
 
 #include "date_profile.h"
+#include "extreme_value.h"
 #include "integer_profile.h"
 #include "numeric_profile.h"
+#include "text_profile.h"
 #include "value_store.h"
 
 namespace vel {
 
-// The shortest or the longest value: the first one met of that length, by its beginning.
-struct ExtremeValue {
-    static constexpr CodUint32 kKeptBytes = 256;
-
-    CodUint32 length = 0;  // bytes of the whole value
-    CodUint32 kept = 0;    // bytes in text
-    char text[kKeptBytes];
-
-    void set(const CodText &value);
-};
-
 // The statistics of one column, fed with its fields one by one. An empty field is counted as such and is no value.
 class ColumnProfile {
 public:
-    // Both must outlive the profile. Memory is taken at the first value.
-    void init(MemoryPool *pool, MemoryContext *shared);
+    // Pool and context must outlive the profile. Memory is taken at the first value. collation: as of TextProfile. firstRow: of the
+    // first field.
+    void init(MemoryPool *pool, MemoryContext *shared, const CodCollation *collation = nullptr, CodUint64 firstRow = 1);
     void setLimits(const ValueStore::Limits &limits) {
         values_.setLimits(limits);
     }
@@ -40,6 +32,7 @@ public:
     bool hasValues() const {
         return rows_ != empties_;
     }
+    // In bytes; of several the first one met.
     const ExtremeValue &shortest() const {
         return shortest_;
     }
@@ -59,6 +52,10 @@ public:
     const DateProfile &dates() const {
         return dates_;
     }
+    // While hasValues().
+    const TextProfile &texts() const {
+        return texts_;
+    }
     // Exact while the store is; then an estimate within about one percent.
     CodUint64 distinct() const;
 
@@ -69,6 +66,7 @@ private:
     CodResult addToEstimate(const CodText &value);
 
     MemoryContext *shared_ = nullptr;
+    CodUint64 firstRow_ = 1;
     CodUint64 rows_ = 0;
     CodUint64 empties_ = 0;
     ExtremeValue shortest_;
@@ -77,6 +75,7 @@ private:
     NumericProfile numbers_;
     IntegerProfile integers_;
     DateProfile dates_;
+    TextProfile texts_;
     CodUint8 *registers_ = nullptr;
 };
 

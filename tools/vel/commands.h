@@ -27,8 +27,9 @@ struct ProfileCommand {
     const char *file;  // "-": standard input
     char delimiter;
     bool hasHeader;
-    const char *columns;  // null: all
-    bool isJson;          // how the report is written
+    const char *columns;    // null: all
+    const char *collation;  // its name; null: UTF8_BINARY_CS
+    bool isJson;            // how the report is written
 };
 CodResult runProfile(const ProfileCommand &command, WorkDone *done);
 

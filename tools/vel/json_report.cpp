@@ -60,8 +60,16 @@ CodResult pushRatio(VelonObjectBuilder *builder, const CodText &key, double rati
     return velonObjectBuilderPushNumber(builder, &key, &number);
 }
 
+bool hasValueBeside(const Figure &figure) {
+    return figure.value.str != nullptr && figure.kind != Figure::kValue;
+}
+
 CodUint32 countMembers(const Figure &figure) {
-    return 1u + figure.isApproximate + (figure.value.str != nullptr) + (figure.textRatio > 0) + (figure.note[0] != '\0');
+    return 1u + figure.isApproximate + hasValueBeside(figure) + (figure.textRatio > 0) + (figure.note[0] != '\0');
+}
+
+CodResult pushValue(VelonObjectBuilder *builder, const Key &key, const Figure &figure) {
+    return pushText<kValueLimit>(builder, key.text, figure.value, figure.value.len < figure.valueSize);
 }
 
 CodResult pushMain(VelonObjectBuilder *builder, const Figure &figure) {
@@ -74,6 +82,10 @@ CodResult pushMain(VelonObjectBuilder *builder, const Figure &figure) {
             return velonObjectBuilderPushNumber(builder, &key.text, &figure.number);
         case Figure::kText:
             return velonObjectBuilderPushString(builder, &key.text, &text);
+        case Figure::kBool:
+            return velonObjectBuilderPushBool(builder, &key.text, figure.count != 0);
+        case Figure::kValue:
+            return pushValue(builder, key, figure);
         default:
             return velonObjectBuilderPushNull(builder, &key.text);
     }
@@ -85,10 +97,11 @@ CodResult pushFigure(VelonObjectBuilder *builder, const Figure &figure) {
         const Key key(figure.label, "_is_estimate");
         COD_TRY(velonObjectBuilderPushBool(builder, &key.text, true));
     }
-    if (figure.value.str != nullptr) {
-        // "shortest" of "shortest bytes"
-        const Key key(figure.label, strcspn(figure.label, " "), "");
-        COD_TRY(pushText<kValueLimit>(builder, key.text, figure.value, figure.value.len < figure.valueSize));
+    if (hasValueBeside(figure)) {
+        // "shortest" of "shortest bytes"; "longest_chars_value", as "longest" is the one of the most bytes
+        const char *bytes = strstr(figure.label, " bytes");
+        const Key key = bytes != nullptr ? Key(figure.label, static_cast<size_t>(bytes - figure.label), "") : Key(figure.label, "_value");
+        COD_TRY(pushValue(builder, key, figure));
     }
     if (figure.textRatio > 0) {
         COD_TRY(pushRatio(builder, Key(figure.label, "_text_ratio").text, figure.textRatio));

@@ -28,6 +28,11 @@ constexpr char kProfileDetails[] =
     "is no value: it is not among the distinct, shortest, longest and most common ones. Of several shortest or longest values the first\n"
     "is shown. Values are cut to fit a line; control characters and bytes that are not UTF-8 are shown as \\n, \\t or \\xNN.\n"
     "\n"
+    "A column of texts has four lines more: whether all values are UTF-8, and else the row of the first one that is not; the longest\n"
+    "value in characters, \"-\" where not all are UTF-8; and the minimum and the maximum by the collation. Collations are UTF8_BINARY_CS,\n"
+    "the order of the bytes, UTF8_PINYIN_CS, Chinese characters by pinyin behind all others, and UTF8_GENERAL_CS, letters together with\n"
+    "their other case; with CI instead of CS case does not count. Of equal values the first is shown.\n"
+    "\n"
     "A column whose values all are decimal numbers, with at most 38 digits, has five lines more: the smallest NUMBER(precision, scale)\n"
     "that holds them, minimum, maximum, exact sum and mean. When all are whole numbers of at most 64 bits, three lines tell the bits that\n"
     "each value takes when the column is packed: as it stands, less the smallest value, and as the step from the value before; \"-\" "
@@ -134,6 +139,7 @@ struct CommandLine {
     std::string delimiter = ",";
     std::string column;
     std::string columns;
+    std::string collation;
     std::string output;
     std::string path;
     std::string logFolder;
@@ -145,6 +151,7 @@ struct CommandLine {
     bool isIndented = false;
     bool hasTypedDoubles = false;
     CLI::Option *columnsOption = nullptr;
+    CLI::Option *collationOption = nullptr;
 };
 
 // A fault is a text; none is an empty one.
@@ -263,6 +270,10 @@ void declare(CommandLine *line) {
                               ->add_option("-c,--columns", line->columns,
                                            "Only these columns, by name or number from 1, separated by commas; a name goes before a number")
                               ->type_name("LIST");
+    line->collationOption =
+        line->profile
+            ->add_option("--collation", line->collation, "How texts are ordered, such as UTF8_GENERAL_CI; UTF8_BINARY_CS when absent")
+            ->type_name("NAME");
     line->profile->add_flag("--json", line->isJson, "Write the report as JSON");
     declareJson(line);
     declarePack(line);
@@ -295,7 +306,8 @@ CodResult runCommand(const CommandLine &line, vel::WorkDone *done) {
         return line.json({line.file.c_str(), output, line.path.c_str(), line.isJson, line.isIndented, line.hasTypedDoubles}, done);
     }
     const char *columns = line.columnsOption->count() > 0 ? line.columns.c_str() : nullptr;
-    return vel::runProfile({line.file.c_str(), line.delimiter[0], !line.hasNoHeader, columns, line.isJson}, done);
+    const char *collation = line.collationOption->count() > 0 ? line.collation.c_str() : nullptr;
+    return vel::runProfile({line.file.c_str(), line.delimiter[0], !line.hasNoHeader, columns, collation, line.isJson}, done);
 }
 
 std::string join(int argc, char **argv) {

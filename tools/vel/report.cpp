@@ -51,8 +51,17 @@ void writeFigure(FILE *out, const Figure &figure) {
             (void)codNumber2Str(&figure.number, text, sizeof(text));
             writeLabelled(out, figure.label, text);
             break;
+        case Figure::kText:
+            writeLabelled(out, figure.label, figure.text);
+            break;
+        case Figure::kBool:
+            writeLabelled(out, figure.label, figure.count != 0 ? "yes" : "no");
+            break;
+        case Figure::kValue:
+            writeLabelled(out, figure.label, "");
+            break;
         default:
-            writeLabelled(out, figure.label, figure.kind == Figure::kText ? figure.text : "-");
+            writeLabelled(out, figure.label, "-");
     }
     if (figure.value.str != nullptr) {
         fprintf(out, "  \"%s\"", PrintedValue(figure.value.str, figure.value.len, figure.valueSize).text);

@@ -93,7 +93,7 @@ CodResult TableProfile::addColumn(const CodText &name) {
     COD_TRY(mctxAlloc(memory_, sizeof(TableColumn), &place));
     auto *added = new (place) TableColumn();
     added->number = columnCount() + 1;
-    added->profile.init(pool_, memory_);
+    added->profile.init(pool_, memory_, options_.collation, options_.hasHeader ? 2 : 1);
     COD_TRY(mctxCopyText(memory_, &name, &added->name));
     added->link.key.ptrValue = &added->name;
     COD_TRY(codHMapAdd(&byName_, &added->link));

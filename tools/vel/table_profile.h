@@ -11,7 +11,8 @@ namespace vel {
 struct TableProfileOptions {
     const char *name;  // of the input, printable
     bool hasHeader = true;
-    const char *columns = nullptr;  // names or numbers from 1, separated by commas; null: all
+    const char *columns = nullptr;            // names or numbers from 1, separated by commas; null: all
+    const CodCollation *collation = nullptr;  // that texts are ordered by, one of UTF8; null: UTF8_BINARY_CS
     CodUint32 valuesPerColumn = ValueStore::Limits{}.values;
 };
 
