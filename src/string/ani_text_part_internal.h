@@ -8,13 +8,16 @@
 
 namespace cod {
 
-// The bytes of a text. There are none at null.
+// Where a text without bytes is that is nowhere, so that no place in a text is null.
+inline constexpr CodUint8 kNowhere = 0;
+
+// The bytes of a text.
 struct Span {
     const CodUint8 *begin;
     const CodUint8 *end;
 
     explicit Span(const CodText *text)
-        : begin(reinterpret_cast<const CodUint8 *>(text->str)), end(text->len != 0 ? begin + text->len : begin) {}
+        : begin(text->str != nullptr ? reinterpret_cast<const CodUint8 *>(text->str) : &kNowhere), end(begin + text->len) {}
     Span(const CodUint8 *from, const CodUint8 *to) : begin(from), end(to) {}
 
     CodUint32 size() const {
@@ -27,7 +30,7 @@ struct Span {
 
 // A view of a part; the tag stays.
 inline void setText(CodText *text, const CodUint8 *begin, const CodUint8 *end) {
-    text->str = reinterpret_cast<CodChar *>(const_cast<CodUint8 *>(begin));
+    text->str = begin != &kNowhere ? reinterpret_cast<CodChar *>(const_cast<CodUint8 *>(begin)) : nullptr;
     text->len = static_cast<CodUint32>(end - begin);
 }
 
@@ -189,6 +192,9 @@ CodResult textCharPos2(const CodText *text, CodUint32 offset, CodUint32 *positio
         if (in > wanted) {
             break;
         }
+    }
+    if (COD_UNLIKELY(passed == ~0u)) {
+        return raiseOutOfIndex(offset, 0, offset - 1);  // no number has its position
     }
     *position = passed + 1;
     return COD_SUCCESS;

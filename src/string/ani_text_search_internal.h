@@ -78,12 +78,14 @@ void textSetLikeSubInfo(const CodText *sub, CodLikeSubInfo *info) {
 
 // ---- The search ----
 
-// How much may be looked at beyond the text itself before the hash goes on.
+// How much all searches of one text may look at beyond it before the hash goes on.
 class Budget {
 public:
     explicit Budget(const Span &text) : left_(CodUint64{4} * text.size() + 256) {}
-    bool isSpent(CodUint64 bytes) {
+    void spend(CodUint64 bytes) {
         left_ = left_ > bytes ? left_ - bytes : 0;
+    }
+    bool isSpent() const {
         return left_ == 0;
     }
 
@@ -111,10 +113,12 @@ CodUint64 matchCharacters(const Span &sub, const CodUint8 *at, const CodUint8 *e
     return static_cast<CodUint64>(in - at);
 }
 
-// From a boundary on, by the hash: isWanted(place) is asked at each place that has it, and ends the search when it is true.
+// From a boundary on, by the hash: isWanted(place, number of its character) is asked at each place that has it, and ends the search when it
+// is true.
 template <class Charset, CodCaseMode mode, class IsWanted>
 COD_COLD void scanByHash(const Span &text, const CodUint8 *from, const CodLikeSubInfo &info, IsWanted isWanted) {
     const CodUint8 *begin = from;
+    CodUint64 number = 0;
     CodUint64 hash = 0;
     CodUint32 count = 0;
     for (const CodUint8 *in = from; in != text.end;) {
@@ -124,11 +128,12 @@ COD_COLD void scanByHash(const Span &text, const CodUint8 *from, const CodLikeSu
             const Character first = Charset::read(begin, text.end);
             hash = hashPlus(hash, kHashPrime - hashTimes(foldedCode<Charset, mode>(first.code), info.power));
             begin += first.bytes;
+            number++;
         } else {
             count++;
         }
         hash = hashWith(hash, foldedCode<Charset, mode>(last.code));
-        if (count == info.characters && hash == info.hash && isWanted(begin)) {
+        if (count == info.characters && hash == info.hash && isWanted(begin, number)) {
             return;
         }
     }
@@ -144,7 +149,7 @@ Found matchAt(const Span &text, const CodUint8 *at, const CodLikeSubInfo &info) 
 template <class Charset, CodCaseMode mode>
 COD_COLD Found findByHash(const Span &text, const CodUint8 *from, const CodLikeSubInfo &info) {
     Found found = kNotFound;
-    scanByHash<Charset, mode>(text, from, info, [&](const CodUint8 *place) {
+    scanByHash<Charset, mode>(text, from, info, [&](const CodUint8 *place, CodUint64) {
         found = matchAt<Charset, mode>(text, place, info);
         return found.at != nullptr;
     });
@@ -165,7 +170,7 @@ inline bool hasMiddle(const CodUint8 *at, const CodUint8 *sub, CodUint32 size) {
 
 // From a boundary on, by the bytes.
 template <class Charset, CodCaseMode mode>
-Found findBytes(const Span &text, const CodUint8 *from, const CodLikeSubInfo &info) {
+Found findBytes(const Span &text, const CodUint8 *from, const CodLikeSubInfo &info, Budget &budget) {
     const Span sub(&info.sub);
     const CodUint32 size = sub.size();
     if (static_cast<CodUint64>(text.end - from) < size) {
@@ -174,7 +179,6 @@ Found findBytes(const Span &text, const CodUint8 *from, const CodLikeSubInfo &in
     const CodUint8 *lastPlace = text.end - size;
     const __m128i first = _mm_set1_epi8(static_cast<char>(sub.begin[0]));
     const __m128i last = _mm_set1_epi8(static_cast<char>(sub.end[-1]));
-    Budget budget(text);
     const CodUint8 *boundary = from;  // kSearchStarts: a character begins here, at or before the place
     const auto isOccurrence = [&](const CodUint8 *at) {
         if (!hasMiddle(at, sub.begin, size)) {
@@ -192,10 +196,11 @@ Found findBytes(const Span &text, const CodUint8 *from, const CodLikeSubInfo &in
     for (; lastPlace - at >= kBlockSize - 1; at += kBlockSize) {
         for (CodUint32 places = placesInBlock<Charset::kUnit>(at, size, first, last); places != 0; places &= places - 1) {
             const CodUint8 *place = at + __builtin_ctz(places);
+            budget.spend(size);
             if (isOccurrence(place)) {
                 return {place, size};
             }
-            if (COD_UNLIKELY(budget.isSpent(size))) {
+            if (COD_UNLIKELY(budget.isSpent())) {
                 return findByHash<Charset, mode>(text, Charset::startOf(from, place, text.end), info);
             }
         }
@@ -234,9 +239,8 @@ inline const CodUint8 *skipOthers(const CodUint8 *in, const CodUint8 *end, const
 
 // From a boundary on, by the characters.
 template <class Charset, CodCaseMode mode>
-Found findCharacters(const Span &text, const CodUint8 *from, const CodLikeSubInfo &info) {
+Found findCharacters(const Span &text, const CodUint8 *from, const CodLikeSubInfo &info, Budget &budget) {
     const Span sub(&info.sub);
-    Budget budget(text);
     for (const CodUint8 *in = from; in != text.end;) {
         in = skipOthers<Charset, mode>(in, text.end, info);
         if (in == text.end) {
@@ -246,10 +250,11 @@ Found findCharacters(const Span &text, const CodUint8 *from, const CodLikeSubInf
         if (character.code == info.first || foldedCode<Charset, mode>(character.code) == info.first) {
             CodUint64 looked = 0;
             const CodUint64 bytes = matchCharacters<Charset, mode>(sub, in, text.end, &looked);
+            budget.spend(looked);
             if (bytes != 0) {
                 return {in, bytes};
             }
-            if (COD_UNLIKELY(budget.isSpent(looked))) {
+            if (COD_UNLIKELY(budget.isSpent())) {
                 return findByHash<Charset, mode>(text, in, info);
             }
         }
@@ -259,15 +264,18 @@ Found findCharacters(const Span &text, const CodUint8 *from, const CodLikeSubInf
 }
 
 template <class Charset, CodCaseMode mode>
-Found find(const Span &text, const CodUint8 *from, const CodLikeSubInfo &info) {
-    switch (info.kind) {
-        case kSearchNothing:
-            return {from, 0};
-        case kSearchCharacters:
-            return findCharacters<Charset, mode>(text, from, info);
-        default:
-            return findBytes<Charset, mode>(text, from, info);
+Found find(const Span &text, const CodUint8 *from, const CodLikeSubInfo &info, Budget &budget) {
+    if (info.kind == kSearchNothing) {
+        return {from, 0};
     }
+    return info.kind == kSearchCharacters ? findCharacters<Charset, mode>(text, from, info, budget)
+                                          : findBytes<Charset, mode>(text, from, info, budget);
+}
+
+template <class Charset, CodCaseMode mode>
+Found findFirst(const Span &text, const CodUint8 *from, const CodLikeSubInfo &info) {
+    Budget budget(text);
+    return find<Charset, mode>(text, from, info, budget);
 }
 
 // The last place at or before which whole bytes occur, backwards.
@@ -288,10 +296,11 @@ Found findBytesBackward(const Span &text, const CodLikeSubInfo &info, bool *isSp
         CodUint32 found = placesInBlock<1>(block, size, first, last);
         for (; found != 0; found &= ~(1u << (31 - __builtin_clz(found)))) {
             const CodUint8 *at = block + (31 - __builtin_clz(found));
+            budget.spend(size);
             if (text.offset(at) % Charset::kUnit == 0 && hasMiddle(at, sub.begin, size)) {
                 return {at, size};
             }
-            if (COD_UNLIKELY(budget.isSpent(size))) {
+            if (COD_UNLIKELY(budget.isSpent())) {
                 *isSpent = true;
                 return kNotFound;
             }
@@ -311,13 +320,13 @@ Found findBytesBackward(const Span &text, const CodLikeSubInfo &info, bool *isSp
 template <class Charset, CodCaseMode mode>
 COD_COLD Found findLastByHash(const Span &text, const Found &known, const CodLikeSubInfo &info) {
     const CodUint8 *lastPlace = known.at;
-    scanByHash<Charset, mode>(text, known.at, info, [&](const CodUint8 *place) {
+    scanByHash<Charset, mode>(text, known.at, info, [&](const CodUint8 *place, CodUint64) {
         lastPlace = place;
         return false;
     });
     Found last = matchAt<Charset, mode>(text, lastPlace, info);
     if (COD_UNLIKELY(last.at == nullptr)) {
-        scanByHash<Charset, mode>(text, known.at, info, [&](const CodUint8 *place) {
+        scanByHash<Charset, mode>(text, known.at, info, [&](const CodUint8 *place, CodUint64) {
             const Found found = matchAt<Charset, mode>(text, place, info);
             last = found.at != nullptr ? found : last;
             return false;
@@ -341,23 +350,17 @@ Found findLast(const Span &text, const CodLikeSubInfo &info) {
     }
     Found last = kNotFound;
     Budget budget(text);
-    for (Found next = find<Charset, mode>(text, text.begin, info); next.at != nullptr;) {
+    for (Found next = find<Charset, mode>(text, text.begin, info, budget); next.at != nullptr;) {
         last = next;
-        if (COD_UNLIKELY(budget.isSpent(next.bytes))) {
+        if (COD_UNLIKELY(budget.isSpent())) {
             return findLastByHash<Charset, mode>(text, last, info);
         }
-        next = find<Charset, mode>(text, next.at + Charset::read(next.at, text.end).bytes, info);
+        next = find<Charset, mode>(text, next.at + Charset::read(next.at, text.end).bytes, info, budget);
     }
     return last;
 }
 
 // ---- The slots ----
-
-// A text that is nowhere gets a place, so that places in it are not null.
-inline Span searched(const CodText *text) {
-    static constexpr CodUint8 kNothing = 0;
-    return text->str != nullptr ? Span(text) : Span(&kNothing, &kNothing);
-}
 
 inline CodUint32 offsetOf(const Span &text, const Found &found) {
     return found.at != nullptr ? text.offset(found.at) : COD_TEXT_NOT_FOUND;
@@ -365,11 +368,11 @@ inline CodUint32 offsetOf(const Span &text, const Found &found) {
 
 template <class Charset, CodCaseMode mode>
 CodUint32 textInLong(const CodText *text, CodUint32 from, const CodLikeSubInfo *info) {
-    const Span span = searched(text);
+    const Span span(text);
     if (from > span.size()) {
         return COD_TEXT_NOT_FOUND;
     }
-    return offsetOf(span, find<Charset, mode>(span, span.begin + from, *info));
+    return offsetOf(span, findFirst<Charset, mode>(span, span.begin + from, *info));
 }
 
 template <class Charset, CodCaseMode mode>
@@ -386,17 +389,62 @@ CodBool textHas(const CodText *text, const CodText *sub) {
 
 template <class Charset, CodCaseMode mode>
 CodUint32 textBackwardInLong(const CodText *text, CodUint32 end, const CodLikeSubInfo *info) {
-    const Span span = searched(text);
+    const Span span(text);
     const Span before = {span.begin, end < span.size() ? span.begin + end : span.end};
     return offsetOf(before, findLast<Charset, mode>(before, *info));
 }
 
-// The nth place from `from` on, at `limit` at the latest. *count becomes how many there are, at most nth.
+// The nth place from `from` on, at `limit` at the latest; null: there is none. *count, which it adds to, is how many there are up to it.
+//
+// Occurrences that overlap repeat a part of what is searched for: with the distance of the last two, only what is new of the next one is
+// looked at. Other distances are met so rarely that all of it may be (Fine and Wilf).
+template <class Charset, CodCaseMode mode>
+COD_COLD const CodUint8 *findNthByHash(const Span &text, const CodUint8 *from, const CodUint8 *limit, const CodLikeSubInfo &info,
+                                       CodUint64 nth, CodUint64 *count) {
+    const Span sub(&info.sub);
+    const CodUint8 *nthPlace = nullptr;
+    const CodUint8 *lastEnd = nullptr;
+    CodUint64 lastNumber = 0;
+    CodUint64 period = 0;
+    const CodUint8 *lastPeriod = nullptr;  // of sub, up to its end
+    scanByHash<Charset, mode>(text, from, info, [&](const CodUint8 *place, CodUint64 number) {
+        if (place > limit) {
+            return true;
+        }
+        const CodUint64 distance = number - lastNumber;
+        const bool isRepeated = lastEnd != nullptr && distance == period;
+        const Span wanted = isRepeated ? Span(lastPeriod, sub.end) : sub;
+        const CodUint8 *begin = isRepeated ? lastEnd : place;
+        CodUint64 looked = 0;
+        const CodUint64 bytes = matchCharacters<Charset, mode>(wanted, begin, text.end, &looked);
+        if (bytes == 0) {
+            return false;
+        }
+        if (lastEnd != nullptr && !isRepeated && distance < info.characters) {
+            period = distance;
+            lastPeriod = sub.begin;
+            for (CodUint64 skipped = info.characters - distance; skipped != 0; skipped--) {
+                lastPeriod += Charset::read(lastPeriod, sub.end).bytes;
+            }
+        }
+        lastEnd = begin + bytes;
+        lastNumber = number;
+        nthPlace = ++*count == nth ? place : nullptr;
+        return nthPlace != nullptr;
+    });
+    return nthPlace;
+}
+
 template <class Charset, CodCaseMode mode>
 const CodUint8 *findNth(const Span &text, const CodUint8 *from, const CodUint8 *limit, const CodLikeSubInfo &info, CodUint64 nth,
                         CodUint64 *count) {
-    for (*count = 0; from != nullptr;) {
-        const Found found = find<Charset, mode>(text, from, info);
+    Budget budget(text);
+    *count = 0;
+    while (from != nullptr) {
+        if (COD_UNLIKELY(budget.isSpent())) {
+            return findNthByHash<Charset, mode>(text, from, limit, info, nth, count);
+        }
+        const Found found = find<Charset, mode>(text, from, info, budget);
         if (found.at == nullptr || found.at > limit) {
             return nullptr;
         }
@@ -410,7 +458,7 @@ const CodUint8 *findNth(const Span &text, const CodUint8 *from, const CodUint8 *
 
 template <class Charset, CodCaseMode mode>
 CodResult textIn(const CodText *text, const CodText *sub, CodInt64 start, CodUint32 nth, CodUint32 *position) {
-    const Span span = searched(text);
+    const Span span(text);
     CodUint64 all = 0;
     COD_TRY(checkCharacters<Charset>(span));
     COD_TRY(countCharacters<Charset>(span, &all));
@@ -454,10 +502,10 @@ inline bool divide(const Span &span, const Found &found, CodText *head, CodText 
 
 template <class Charset, CodCaseMode mode>
 CodBool textSplit(const CodText *text, const CodText *separator, CodText *head, CodText *tail) {
-    const Span span = searched(text);
+    const Span span(text);
     CodLikeSubInfo info;
     textSetLikeSubInfo<Charset, mode>(separator, &info);
-    const Found found = info.kind != kSearchNothing ? find<Charset, mode>(span, span.begin, info) : kNotFound;
+    const Found found = info.kind != kSearchNothing ? findFirst<Charset, mode>(span, span.begin, info) : kNotFound;
     if (found.at == nullptr) {
         setText(head, span.begin, span.end);
         setText(tail, span.end, span.end);
@@ -468,7 +516,7 @@ CodBool textSplit(const CodText *text, const CodText *separator, CodText *head, 
 
 template <class Charset, CodCaseMode mode>
 CodBool textSplitReverse(const CodText *text, const CodText *separator, CodText *head, CodText *tail) {
-    const Span span = searched(text);
+    const Span span(text);
     CodLikeSubInfo info;
     textSetLikeSubInfo<Charset, mode>(separator, &info);
     const Found found = info.kind != kSearchNothing ? findLast<Charset, mode>(span, info) : kNotFound;

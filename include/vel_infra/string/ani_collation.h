@@ -94,7 +94,8 @@ struct StCodCodCollation {
     /* 4 bytes for 2 of UTF8 are always enough; the other charsets need as many as the source has, GB18030 twice as many. */
     CodTextMap upper;
     CodTextMap lower;
-    /* Whether case can matter: some character has another lower or upper case. Before the code pages are loaded, lower alone counts. */
+    /* Whether case can matter: some character has another lower or upper case. Before the code pages are loaded, only lower and
+     * ASCII letters count. */
     CodBool (*isCaseFoldWord)(const CodText *text);
 
     /* ---- Parts ---- */
@@ -112,18 +113,17 @@ struct StCodCodCollation {
     /* ---- Order ---- */
 
     /* -1, 0 or 1. Without case, 0 is that equal is true; with case, that the bytes are the same. A text that another one begins with comes
-     * before it. */
+     * before it, but where pinyin reads its last character otherwise before the next one, or where that is cut off. */
     CodInt32 (*compare)(const CodText *left, const CodText *right);
     /* The same characters, in a case-insensitive collation but for their case. Does not depend on the order. */
     CodBool (*equal)(const CodText *left, const CodText *right);
 
     /* ---- Search, by this collation's equality. An occurrence is a run of whole characters; occurrences may overlap; an empty text occurs
-     * before each character and at the end. The first and the last occurrence are found in time linear in both lengths, each further one
-     * of `in` for at most the length of what is searched for in addition. ---- */
+     * before each character and at the end. Time is linear in both lengths. ---- */
 
     /* SQL's INSTR: the position of the nth occurrence (from 1) that begins at position `start` or behind; 0 when there is none. A negative
-     * start counts from the end, and the search goes backwards from there. Start 0, nth 0, and a start outside of the text find nothing.
-     * The whole text must be valid. */
+     * start counts from the end, and the search goes backwards from there. Start 0, nth 0, and a start further than one behind the last
+     * character find nothing. The whole text must be valid, its pairs of surrogates too. */
     CodResult (*in)(const CodText *text, const CodText *sub, CodInt64 start, CodUint32 nth, CodUint32 *position);
     /* Whether there is an occurrence. */
     CodBool (*kmpIn)(const CodText *text, const CodText *sub);
@@ -138,7 +138,7 @@ struct StCodCodCollation {
      * to tell the last one, the whole text is passed then. */
     CodTextOffset charPos;
     /* The position of the character that the byte at an offset belongs to; the text's length gives one behind the last.
-     * Errors: ERR_CMM_OUT_OF_INDEX beyond. */
+     * Errors: ERR_CMM_OUT_OF_INDEX beyond, and for a position of 2^32. */
     CodTextOffset charPos2;
     /* Each character of the text once, where it comes first, by this collation's equality. For sets: time grows with the text's length
      * times the number of different characters. */
