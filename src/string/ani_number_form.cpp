@@ -63,7 +63,7 @@ constexpr CodUint32 kInHead = kAtBegin | kBehindTight | kBehindSign | kBehindDol
 constexpr CodUint32 kInTail = kInInteger | kInFraction | kBehindExponent;
 
 struct Element {
-    char word[5];
+    const char *word;
     CodUint32 stages;  // in which it may stand
     Stage next;
     Part part;

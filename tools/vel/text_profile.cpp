@@ -22,11 +22,10 @@ void TextProfile::measure(const CodText &value, CodUint64 row) {
 }
 
 CodResult TextProfile::start() {
-    for (End *end : {&minimum_, &maximum_}) {
-        void *place = nullptr;
-        COD_TRY(mctxAlloc(shared_, kComparedBytes, &place));
-        end->compared.str = static_cast<char *>(place);
-    }
+    void *place = nullptr;
+    COD_TRY(mctxAlloc(shared_, 2 * kComparedBytes, &place));
+    minimum_.compared.str = static_cast<char *>(place);
+    maximum_.compared.str = minimum_.compared.str + kComparedBytes;
     return COD_SUCCESS;
 }
 
