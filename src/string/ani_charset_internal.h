@@ -53,7 +53,7 @@ struct Utf8Charset {
     static bool isTail(const CodUint8 *in, const CodUint8 *end) {
         return in < end && (*in & 0xC0) == 0x80;
     }
-    static ReadCharacter read(const CodUint8 *in, const CodUint8 *end) {
+    [[gnu::always_inline]] static ReadCharacter read(const CodUint8 *in, const CodUint8 *end) {
         const CodUint32 lead = in[0];
         if (lead < 0x80) {
             return {lead, 1};
@@ -69,7 +69,7 @@ struct Utf8Charset {
         return readOther(in, end);
     }
     // Two and four bytes, and what is bad.
-    static ReadCharacter readOther(const CodUint8 *in, const CodUint8 *end) {
+    [[gnu::noinline]] static ReadCharacter readOther(const CodUint8 *in, const CodUint8 *end) {
         const CodUint32 lead = in[0];
         if (lead >= 0xC2 && lead < 0xE0) {
             return isTail(in + 1, end) ? ReadCharacter{(lead & 0x1F) << 6 | (in[1] & 0x3Fu), 2} : ReadCharacter{kBad, 1};

@@ -55,12 +55,10 @@ template <class Charset, bool isPinyin>
 struct PointOrder {
     static constexpr bool kLooksAhead = isPinyin;
 
-    static CodUint32 nextPoint(const CodUint8 *next, const CodUint8 *end) {
-        if (next == end) {
-            return kNoPoint;
-        }
-        const CodUint32 code = Charset::read(next, end).code;
-        return isInvalid(code) ? kNoPoint : Charset::toPoint(code);
+    // Of a character that is read otherwise before a certain one.
+    COD_COLD static CodUint32 weightBefore(CodUint32 codePoint, const CodUint8 *next, const CodUint8 *end) {
+        const CodUint32 code = next != end ? Charset::read(next, end).code : kInvalidCode;
+        return pinyinWeightBefore(codePoint, isInvalid(code) ? kNoPoint : Charset::toPoint(code));
     }
     static CodUint32 rank(CodUint32 code, const CodUint8 *next, const CodUint8 *end) {
         if (COD_UNLIKELY(isInvalid(code))) {
@@ -74,10 +72,9 @@ struct PointOrder {
             // Radicals come first of all that has a weight.
             constexpr CodUint32 kFirstChinese = 0x2E80;
             if (codePoint >= kFirstChinese) {
-                const CodUint32 follower = codeToLower<CODEPAGE_PINYIN_SORT>(codePoint);
-                const bool isBefore = COD_UNLIKELY(follower != 0) && follower == nextPoint(next, end);
-                const CodUint32 weight = isBefore ? codeToUpper<CODEPAGE_PINYIN_SORT>(codePoint) : pinyinWeight(codePoint);
-                if (weight != 0) {
+                const bool mayDiffer = COD_UNLIKELY(codeToLower<CODEPAGE_PINYIN_SORT>(codePoint) != 0);
+                const CodUint32 weight = mayDiffer ? weightBefore(codePoint, next, end) : pinyinWeight(codePoint);
+                if (COD_LIKELY(weight != 0)) {
                     return kWeightRank | weight;
                 }
                 if (isChinese(codePoint)) {
@@ -163,16 +160,19 @@ inline CodUint64 alikeBytes(const CodUint8 *left, const CodUint8 *right, CodUint
     return i;
 }
 
-// An offset up to which two texts are the same by their bytes, without case the same but for that of ASCII letters.
+// An offset up to which so many bytes of two texts are the same, without case the same but for that of ASCII letters.
+template <class Charset, bool isFolded>
+inline CodUint64 alikePrefix(const CodUint8 *left, const CodUint8 *right, CodUint64 size) {
+    const CodUint64 units = size - size % Charset::kUnit;
+    if constexpr (isFolded && Charset::kIsFoldableByUnits) {
+        return alikeBytes(left, right, units, [](__m128i block) { return lowerBlock<Charset::kUnit>(block); });
+    } else {
+        return alikeBytes(left, right, units, [](__m128i block) { return block; });
+    }
+}
 template <class Charset, bool isFolded>
 inline CodUint64 alikePrefix(const Span &left, const Span &right) {
-    const CodUint64 shorter = left.size() < right.size() ? left.size() : right.size();
-    const CodUint64 size = shorter - shorter % Charset::kUnit;
-    if constexpr (isFolded && Charset::kIsFoldableByUnits) {
-        return alikeBytes(left.begin, right.begin, size, [](__m128i block) { return lowerBlock<Charset::kUnit>(block); });
-    } else {
-        return alikeBytes(left.begin, right.begin, size, [](__m128i block) { return block; });
-    }
+    return alikePrefix<Charset, isFolded>(left.begin, right.begin, left.size() < right.size() ? left.size() : right.size());
 }
 
 // The first character that may differ behind such an offset: it may have begun before.
@@ -273,7 +273,9 @@ template <class Charset>
 CodBool textEqualFolded(const CodText *left, const CodText *right) {
     // Mostly texts of one length are equal by their bytes or not at all.
     const CodUint64 size = left->len;
-    return (size == right->len && alikePrefix<Charset, true>(Span(left), Span(right)) == size) || equalCharacters<Charset>(left, right);
+    const auto *l = reinterpret_cast<const CodUint8 *>(left->str);
+    const auto *r = reinterpret_cast<const CodUint8 *>(right->str);
+    return (size == right->len && alikePrefix<Charset, true>(l, r, size) == size) || equalCharacters<Charset>(left, right);
 }
 
 // ---- Sort keys: the keys of the characters, which no key's begin is another key; then, behind a zero byte, the ties up to the last one.
