@@ -61,100 +61,114 @@ inline constexpr CodText kCollationText = {const_cast<CodChar *>(kCollationName<
 
 // ---- Slots ----
 
+struct OrderSlots {
+    CodInt32 (*compare)(const CodText *left, const CodText *right);
+    CodTextMap nlsSort;
+    CodTextMap mysqlSort;
+};
+
+template <class Charset, template <class, CodCaseMode> class OrderOf, CodCaseMode mode>
+constexpr OrderSlots orderBy() {
+    return {textCompare<Charset, OrderOf, mode>, textSortKey<Charset, OrderOf, mode>,
+            textSortKeyWithoutBlanks<Charset, textSortKey<Charset, OrderOf, mode>>};
+}
+
 template <class Charset, CodSortMethodId sort, CodCaseMode mode>
-constexpr void setOrder(CodCollation *ops) {
+constexpr OrderSlots orderSlots() {
     if constexpr (!Charset::kHasCase || (sort == BINARY && mode == CASE_SENS && Charset::kUnit == 1)) {
-        ops->compare = textCompareBytes<Charset>;
-        ops->nlsSort = textSortKeyOfBytes<Charset>;
-        ops->mysqlSort = textSortKeyWithoutBlanks<Charset, textSortKeyOfBytes<Charset>>;
+        return {textCompareBytes<Charset>, textSortKeyOfBytes<Charset>, textSortKeyWithoutBlanks<Charset, textSortKeyOfBytes<Charset>>};
     } else if constexpr (sort == BINARY) {
-        ops->compare = textCompare<Charset, BinaryOrder, mode>;
-        ops->nlsSort = textSortKey<Charset, BinaryOrder, mode>;
-        ops->mysqlSort = textSortKeyWithoutBlanks<Charset, textSortKey<Charset, BinaryOrder, mode>>;
+        return orderBy<Charset, BinaryOrder, mode>();
     } else if constexpr (sort == GENERAL) {
-        ops->compare = textCompare<Charset, GeneralOrder, mode>;
-        ops->nlsSort = textSortKey<Charset, GeneralOrder, mode>;
-        ops->mysqlSort = textSortKeyWithoutBlanks<Charset, textSortKey<Charset, GeneralOrder, mode>>;
+        return orderBy<Charset, GeneralOrder, mode>();
     } else {
-        ops->compare = textCompare<Charset, PinyinOrder, mode>;
-        ops->nlsSort = textSortKey<Charset, PinyinOrder, mode>;
-        ops->mysqlSort = textSortKeyWithoutBlanks<Charset, textSortKey<Charset, PinyinOrder, mode>>;
+        return orderBy<Charset, PinyinOrder, mode>();
     }
+}
+
+template <class Charset, CodCaseMode mode>
+constexpr CodUint16 collationFlags() {
+    return static_cast<CodUint16>((mode == CASE_INS ? COD_COLLATION_CASE_INS : 0) | (Charset::kIsFixedLen ? COD_COLLATION_FIXED_LEN : 0) |
+                                  (Charset::kIsNational ? COD_COLLATION_NATIONAL : 0));
 }
 
 constexpr CodUint16 collationIdOf(CodUint16 charset, CodUint16 sort, CodUint16 mode) {
     return static_cast<CodUint16>((charset * __SORT_METHOD_COUNT__ + sort) * __CASE_MODE_COUNT__ + mode);
 }
 
+// In the order of the record: the compiler refuses a slot that is missing.
 template <class Charset, CodSortMethodId sort, CodCaseMode mode>
 constexpr CodCollation makeCollation() {
     using Numbers = TextNumbers<Charset::kUnit == 2>;
-    CodCollation ops = {};
+    constexpr OrderSlots order = orderSlots<Charset, sort, mode>();
+    constexpr bool isFolded = mode == CASE_INS && Charset::kHasCase;
+    return {
+        .trimLeft = textTrimLeft<Charset>,
+        .trimRight = textTrimRight<Charset>,
+        .trimCharLeft = textTrimCharLeft<Charset, mode>,
+        .trimCharRight = textTrimCharRight<Charset, mode>,
 
-    ops.trimLeft = textTrimLeft<Charset>;
-    ops.trimRight = textTrimRight<Charset>;
-    ops.trimCharLeft = textTrimCharLeft<Charset, mode>;
-    ops.trimCharRight = textTrimCharRight<Charset, mode>;
+        .upper = textToCase<Charset, UpperCase<Charset>>,
+        .lower = textToCase<Charset, LowerCase<Charset>>,
+        .isCaseFoldWord = textIsCaseFoldWord<Charset>,
 
-    ops.upper = textToCase<Charset, UpperCase<Charset>>;
-    ops.lower = textToCase<Charset, LowerCase<Charset>>;
-    ops.isCaseFoldWord = textIsCaseFoldWord<Charset>;
+        .substr = textSubstr<Charset>,
+        .substrb = textSubstrb<Charset>,
+        .length = textLength<Charset>,
 
-    ops.substr = textSubstr<Charset>;
-    ops.substrb = textSubstrb<Charset>;
-    ops.length = textLength<Charset>;
+        .compare = order.compare,
+        .equal = isFolded ? textEqualFolded<Charset> : textEqualBytes,
 
-    setOrder<Charset, sort, mode>(&ops);
-    ops.equal = mode == CASE_INS && Charset::kHasCase ? textEqualFolded<Charset> : textEqualBytes;
+        .in = textIn<Charset, mode>,
+        .kmpIn = textHas<Charset, mode>,
+        .kmpGetFirstSubPos = textFirstSubPos<Charset, mode>,
+        .inLong = textInLong<Charset, mode>,
 
-    ops.in = textIn<Charset, mode>;
-    ops.kmpIn = textHas<Charset, mode>;
-    ops.kmpGetFirstSubPos = textFirstSubPos<Charset, mode>;
-    ops.inLong = textInLong<Charset, mode>;
+        .charPos = textCharPos<Charset>,
+        .charPos2 = textCharPos2<Charset>,
+        .deDuplicate = textDeDuplicate<Charset, mode>,
+        .nextCharLengthB = textNextCharLengthB<Charset>,
+        .getDisplayWidth = textDisplayWidth<Charset>,
+        .posMove = textPosMove<Charset>,
 
-    ops.charPos = textCharPos<Charset>;
-    ops.charPos2 = textCharPos2<Charset>;
-    ops.deDuplicate = textDeDuplicate<Charset, mode>;
-    ops.nextCharLengthB = textNextCharLengthB<Charset>;
-    ops.getDisplayWidth = textDisplayWidth<Charset>;
-    ops.posMove = textPosMove<Charset>;
-    ops.translate = textTranslate<Charset, mode>;
+        .nlsSort = order.nlsSort,
+        .translate = textTranslate<Charset, mode>,
 
-    ops.fromInt = Numbers::fromInt;
-    ops.fromUint = Numbers::fromUint;
-    ops.fromDouble = Numbers::fromDouble;
-    ops.fromFloat = Numbers::fromFloat;
-    ops.fromNumber = Numbers::fromNumber;
-    ops.fromNumberByForm = Numbers::fromNumberByForm;
-    ops.fromNumberBySciForm = Numbers::fromNumberBySciForm;
+        .fromInt = Numbers::fromInt,
+        .fromUint = Numbers::fromUint,
+        .fromDouble = Numbers::fromDouble,
+        .fromFloat = Numbers::fromFloat,
+        .fromNumber = Numbers::fromNumber,
+        .fromNumberByForm = Numbers::fromNumberByForm,
+        .fromNumberBySciForm = Numbers::fromNumberBySciForm,
 
-    ops.split = textSplit<Charset, mode>;
-    ops.splitReverse = textSplitReverse<Charset, mode>;
-    ops.charBoundary = textCharBoundary<Charset>;
-    ops.trimInvalidChar = textTrimInvalidChar<Charset>;
-    ops.setLikeSubInfo = textSetLikeSubInfo<Charset, mode>;
-    ops.backwardInLongFast = textBackwardInLong<Charset, mode>;
+        .split = textSplit<Charset, mode>,
+        .splitReverse = textSplitReverse<Charset, mode>,
+        .charBoundary = textCharBoundary<Charset>,
+        .trimInvalidChar = textTrimInvalidChar<Charset>,
 
-    ops.toNumberByForm = Numbers::toNumberByForm;
-    ops.toNumber = Numbers::toNumber;
-    ops.toTruncNumber = Numbers::toTruncNumber;
-    ops.toFloat = Numbers::toFloat;
-    ops.toDouble = Numbers::toDouble;
-    ops.toUint64 = Numbers::toUint64;
-    ops.toUint32 = Numbers::toUint32;
-    ops.toUint16 = Numbers::toUint16;
-    ops.toUint8 = Numbers::toUint8;
-    ops.toBool = Numbers::toBool;
+        .setLikeSubInfo = textSetLikeSubInfo<Charset, mode>,
+        .backwardInLongFast = textBackwardInLong<Charset, mode>,
 
-    ops.toUni = textToUni<Charset>;
-    ops.fromUni = textFromUni<Charset>;
+        .toNumberByForm = Numbers::toNumberByForm,
+        .toNumber = Numbers::toNumber,
+        .toTruncNumber = Numbers::toTruncNumber,
+        .toFloat = Numbers::toFloat,
+        .toDouble = Numbers::toDouble,
+        .toUint64 = Numbers::toUint64,
+        .toUint32 = Numbers::toUint32,
+        .toUint16 = Numbers::toUint16,
+        .toUint8 = Numbers::toUint8,
+        .toBool = Numbers::toBool,
 
-    ops.collationName = &kCollationText<Charset, sort, mode>;
-    ops.flag =
-        static_cast<CodUint16>((mode == CASE_INS ? COD_COLLATION_CASE_INS : 0) | (Charset::kIsFixedLen ? COD_COLLATION_FIXED_LEN : 0) |
-                               (Charset::kIsNational ? COD_COLLATION_NATIONAL : 0));
-    ops.collationId = collationIdOf(Charset::kId, sort, mode);
-    return ops;
+        .toUni = textToUni<Charset>,
+        .fromUni = textFromUni<Charset>,
+
+        .collationName = &kCollationText<Charset, sort, mode>,
+        .mysqlSort = order.mysqlSort,
+        .flag = collationFlags<Charset, mode>(),
+        .collationId = collationIdOf(Charset::kId, sort, mode),
+    };
 }
 
 template <class Charset>

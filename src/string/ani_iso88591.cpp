@@ -18,12 +18,6 @@ struct Iso88591Text : SingleByteText<Iso88591Text> {
         const bool isSmall = code - 0xE0 < 0xFF - 0xE0 && code != 0xF7;
         return isSmall ? code & ~kCaseBit : asciiUpperCode(code);
     }
-    static CodUint32 toPoint(CodUint32 code) {
-        return code;
-    }
-    static CodUint32 fromPoint(CodUint32 codePoint) {
-        return codePoint < 0x100 ? codePoint : kNoPoint;
-    }
 };
 
 }  // namespace

@@ -135,7 +135,7 @@ inline const CodUint8 *skipAsciiBlocks(const CodUint8 *in, const CodUint8 *end) 
 
 // ---- Families of charsets ----
 
-// A byte, a character: Charset gives kId, lower, upper and toPoint.
+// A byte, a character: its number is its code point, and it has no case, unless Charset has it otherwise.
 template <class Charset>
 struct SingleByteText {
     static constexpr CodUint32 kUnit = 1;
@@ -161,6 +161,18 @@ struct SingleByteText {
     static CodUint32 write(CodUint32 code, CodUint8 *out) {
         *out = static_cast<CodUint8>(code);
         return 1;
+    }
+    static CodUint32 lower(CodUint32 code) {
+        return code;
+    }
+    static CodUint32 upper(CodUint32 code) {
+        return code;
+    }
+    static CodUint32 toPoint(CodUint32 code) {
+        return code;
+    }
+    static CodUint32 fromPoint(CodUint32 codePoint) {
+        return codePoint < 0x100 ? codePoint : kNoPoint;
     }
     static bool isCaseKnown() {
         return true;

@@ -232,6 +232,9 @@ struct StCodCodCollation {
     CodUint16 collationId; /* ((charset * 3) + sort method) * 2 + case mode. Persisted: never renumber. */
 };
 
+COD_STATIC_ASSERT(offsetof(CodCollation, nlsSort) == 22 * 8 && offsetof(CodCollation, collationName) == 49 * 8, "layout is fixed");
+COD_STATIC_ASSERT(sizeof(CodCollation) == 52 * 8 && offsetof(CodCollation, collationId) == 51 * 8 + 2, "layout is fixed");
+
 #define COD_COLLATION_CASE_INS 0x1u
 #define COD_COLLATION_FIXED_LEN 0x2u /* isCharsetFixedLen */
 #define COD_COLLATION_NATIONAL 0x4u
