@@ -8,23 +8,22 @@
 
 typedef struct Name {
     CodText text;
-    CodText key;
-    CodChar keyBytes[64];
+    CodUint32 keySize;
+    CodChar key[64];
 } Name;
 
 static int compareNames(const void *left, const void *right) {
-    const CodText *a = &((const Name *)left)->key, *b = &((const Name *)right)->key;
-    const int order = memcmp(a->str, b->str, a->len < b->len ? a->len : b->len);
-    return order != 0 ? order : (a->len > b->len) - (a->len < b->len);
+    const Name *a = left, *b = right;
+    const int order = memcmp(a->key, b->key, a->keySize < b->keySize ? a->keySize : b->keySize);
+    return order != 0 ? order : (a->keySize > b->keySize) - (a->keySize < b->keySize);
 }
 
 static CodResult sortNames(const CodCollation *collation, Name *names) {
     for (int i = 0; i < COUNT; i++) {
-        names[i].key.str = names[i].keyBytes;
-        COD_TRY(collation->nlsSort(&names[i].text, &names[i].key, sizeof(names[i].keyBytes)));
+        CodText key = {names[i].key, 0, 0};
+        COD_TRY(collation->nlsSort(&names[i].text, &key, sizeof(names[i].key)));
+        names[i].keySize = key.len;
     }
-    for (int i = 0; i < COUNT; i++)
-        names[i].key.str = names[i].keyBytes;
     qsort(names, COUNT, sizeof(names[0]), compareNames);
     return COD_SUCCESS;
 }

@@ -14,6 +14,7 @@
 #include "commands.h"
 #include "input_file.h"
 #include "output_file.h"
+#include "printable.h"
 
 namespace vel {
 
@@ -107,8 +108,11 @@ private:
 
 CodResult findCharset(const char *name, CodUint16 *charset) {
     const CodText text = {const_cast<CodChar *>(name), static_cast<CodUint32>(strlen(name)), 0};
-    COD_TRY(codGetCharsetIdByAlias(&text, charset));
-    return *charset != BINARY_CS ? COD_SUCCESS : codRaise(ERR_CMM_INVALID_CHARSET_NAME, codErrT2S(&text));
+    if (codGetCharsetIdByAlias(&text, charset) == COD_SUCCESS && *charset != BINARY_CS) {
+        return COD_SUCCESS;
+    }
+    codCleanError();
+    return codRaise(ERR_CMM_INVALID_CHARSET_NAME, PrintableName(name).str());
 }
 
 bool needsCodepage(CodUint16 charset) {

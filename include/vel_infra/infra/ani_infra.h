@@ -32,13 +32,14 @@ COD_STATIC_ASSERT(sizeof(CodInfraConfig) == 56, "layout is fixed");
  *   code pages      aniCodepageInitFrom, with COD_INFRA_CODEPAGES
  *   bit decoder     codBitPackSetSimdType to the best one that the processor has
  *   cached clock    codStartTimer, with COD_INFRA_CLOCK
- * Null is taken as a zeroed config. The first step that fails ends it, and the steps taken before are undone.
- * Errors: ERR_CMM_INIT_LIB_FAILED, and no change, between a start and its stop; ERR_CMM_INVALID_PARAMETER for other flags and for a level
- * that does not exist; ERR_CMM_INVALID_PATH_ERROR when the run log cannot be opened, with the reason on standard output; those of
- * codInfraCodepageFolder and of the steps. */
+ * Null is taken as a zeroed config. The first step that fails ends it, and the steps taken are undone as codInfraStop undoes them. A run
+ * log that the program opened itself gives way to that of runLogPath for good. Errors: ERR_CMM_INIT_LIB_FAILED, and no change, between a
+ * start and its stop; ERR_CMM_INVALID_PARAMETER for other flags and for a level that does not exist; ERR_CMM_INVALID_PATH_ERROR when the
+ * run log cannot be opened, with the reason on standard output; those of codInfraCodepageFolder and of the steps. */
 COD_NODISCARD COD_API CodResult codInfraStart(const CodInfraConfig *config);
 /* Undoes the steps that the start took, the last one first: the logger's level and callback and the bit decoder are what they were before,
- * the run log is closed, all code pages are freed, and the registry of errors is empty. Another start may follow. Nothing without one. */
+ * the run log is closed, all code pages are freed, and the registry of errors is empty; what the program itself added to these goes
+ * with them. Another start may follow. Nothing without one. */
 COD_API void codInfraStop(void);
 
 /* The cached clock of codInfraStart; it holds no time while it does not run. Never null. */
@@ -46,8 +47,8 @@ COD_API const CodTimer *codInfraTimer(void);
 
 /* Where the code-page files are, terminated: the folder admin/codepage of the one that the environment variable VELDB_HOME names; without
  * that variable the install's own, share/vel_infra/admin/codepage in the nearest folder above the shared library that has it, or above
- * the program or library that this one is linked into.
- * Errors: ERR_CMM_POINTER_NULL; ERR_CMM_ENV_ERROR when there is neither; ERR_CMM_BUFFER_SIZE_TOO_SMALL. */
+ * the program or library that this one is linked into. One that was loaded by a relative path is found from the directory of that time
+ * only. Errors: ERR_CMM_POINTER_NULL; ERR_CMM_ENV_ERROR when there is neither; ERR_CMM_BUFFER_SIZE_TOO_SMALL. */
 COD_NODISCARD COD_API CodResult codInfraCodepageFolder(char *buf, CodUint32 bufSize);
 
 COD_END_DECLS
