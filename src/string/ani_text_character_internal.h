@@ -6,7 +6,6 @@
 // (in UTF16 a surrogate, or the odd byte at the end) with a code from kInvalidCode on. A charset is a struct of these members:
 //
 //   kId, kUnit               its id; bytes of a unit
-//   kMostBytes               of a character
 //   kIsSingleByte            every byte is a character
 //   kIsSelfSynchronising     where characters begin shows nearby; `before` and `startOf` are quick
 //   kIsFoldableByUnits       a unit that is an ASCII letter is a character, wherever it stands
@@ -139,7 +138,6 @@ inline const CodUint8 *skipAsciiBlocks(const CodUint8 *in, const CodUint8 *end) 
 template <class Charset>
 struct SingleByteText {
     static constexpr CodUint32 kUnit = 1;
-    static constexpr CodUint32 kMostBytes = 1;
     static constexpr bool kIsSingleByte = true;
     static constexpr bool kIsSelfSynchronising = true;
     static constexpr bool kIsFoldableByUnits = true;
@@ -186,7 +184,8 @@ struct SingleByteText {
     static bool isCaseless(CodUint32 code) {
         return Charset::lower(code) == code && Charset::upper(code) == code;
     }
-    static CodResult raiseInvalid() {
+    // No byte is invalid.
+    COD_COLD static CodResult raiseInvalid() {
         return codRaise(ERR_CMM_CONVERT_STRING);
     }
     COD_COLD static CodResult raiseNoRoom(CodUint64 needed, CodUint32 bufSize) {
@@ -231,7 +230,7 @@ struct UnicodeText {
     }
 };
 
-// One and two bytes, in GB18030 four. Charset gives kId, kMostBytes and read; Code is its code page.
+// One and two bytes, in GB18030 four. Charset gives kId and read; page is its code page.
 template <class Charset, CodepageId page>
 struct ChineseText {
     static constexpr CodUint32 kUnit = 1;

@@ -153,6 +153,10 @@ CodResult textSubstrb(const CodText *src, CodInt64 start, CodUint32 count, CodTe
 
 // ---- Positions ----
 
+inline CodResult checkOffset(const Span &text, CodUint32 offset) {
+    return COD_LIKELY(offset <= text.size()) ? COD_SUCCESS : raiseOutOfIndex(offset, 0, text.size());
+}
+
 template <class Charset>
 COD_COLD CodResult raiseNoPosition(const Span &text, CodUint32 position) {
     CodUint64 all = 0;
@@ -178,9 +182,7 @@ CodResult textCharPos(const CodText *text, CodUint32 position, CodUint32 *offset
 template <class Charset>
 CodResult textCharPos2(const CodText *text, CodUint32 offset, CodUint32 *position) {
     const Span span(text);
-    if (COD_UNLIKELY(offset > span.size())) {
-        return raiseOutOfIndex(offset, 0, span.size());
-    }
+    COD_TRY(checkOffset(span, offset));
     const CodUint8 *wanted = span.begin + offset;
     CodUint32 passed = 0;
     for (const CodUint8 *in = span.begin; in != span.end; passed++) {
@@ -203,9 +205,7 @@ CodResult textCharPos2(const CodText *text, CodUint32 offset, CodUint32 *positio
 template <class Charset>
 CodResult textNextCharLengthB(const CodText *text, CodUint32 from, CodUint32 *bytes) {
     const Span span(text);
-    if (COD_UNLIKELY(from > span.size())) {
-        return raiseOutOfIndex(from, 0, span.size());
-    }
+    COD_TRY(checkOffset(span, from));
     const CodUint8 *in = span.begin + from;
     const CodUint32 found = in != span.end ? Charset::step(in, span.end) : 0;
     if (COD_UNLIKELY(found == 0 && in != span.end)) {
@@ -249,9 +249,7 @@ const CodUint8 *moveBack(const CodUint8 *begin, const CodUint8 *from, CodUint64 
 template <class Charset>
 CodResult textPosMove(const CodText *text, CodUint32 from, CodInt32 count, CodUint32 *offset) {
     const Span span(text);
-    if (COD_UNLIKELY(from > span.size())) {
-        return raiseOutOfIndex(from, 0, span.size());
-    }
+    COD_TRY(checkOffset(span, from));
     const CodUint8 *at = span.begin + from;
     CodUint64 distance = static_cast<CodUint64>(count < 0 ? -CodInt64{count} : CodInt64{count});
     const CodUint8 *moved = count < 0 ? moveBack<Charset>(span.begin, at, distance) : skipCharacters<Charset>(at, span.end, &distance);

@@ -278,9 +278,9 @@ Found findFirst(const Span &text, const CodUint8 *from, const CodLikeSubInfo &in
     return find<Charset, mode>(text, from, info, budget);
 }
 
-// The last place at or before which whole bytes occur, backwards.
+// The last place of the bytes, backwards; kNotFound also when the budget is spent on the way.
 template <class Charset>
-Found findBytesBackward(const Span &text, const CodLikeSubInfo &info, bool *isSpent) {
+Found findBytesBackward(const Span &text, const CodLikeSubInfo &info, Budget &budget) {
     const Span sub(&info.sub);
     const CodUint32 size = sub.size();
     if (text.size() < size) {
@@ -288,7 +288,6 @@ Found findBytesBackward(const Span &text, const CodLikeSubInfo &info, bool *isSp
     }
     const __m128i first = _mm_set1_epi8(static_cast<char>(sub.begin[0]));
     const __m128i last = _mm_set1_epi8(static_cast<char>(sub.end[-1]));
-    Budget budget(text);
     CodUint64 places = text.size() - size + 1;  // from the text's begin on
     while (places >= static_cast<CodUint64>(kBlockSize)) {
         // A block may begin within a unit: its place in the text decides.
@@ -301,7 +300,6 @@ Found findBytesBackward(const Span &text, const CodLikeSubInfo &info, bool *isSp
                 return {at, size};
             }
             if (COD_UNLIKELY(budget.isSpent())) {
-                *isSpent = true;
                 return kNotFound;
             }
         }
@@ -341,15 +339,14 @@ Found findLast(const Span &text, const CodLikeSubInfo &info) {
     if (info.kind == kSearchNothing) {
         return {text.end, 0};
     }
+    Budget budget(text);
     if (info.kind == kSearchBytes) {
-        bool isSpent = false;
-        const Found found = findBytesBackward<Charset>(text, info, &isSpent);
-        if (!isSpent) {
+        const Found found = findBytesBackward<Charset>(text, info, budget);
+        if (found.at != nullptr || !budget.isSpent()) {
             return found;
         }
     }
     Found last = kNotFound;
-    Budget budget(text);
     for (Found next = find<Charset, mode>(text, text.begin, info, budget); next.at != nullptr;) {
         last = next;
         if (COD_UNLIKELY(budget.isSpent())) {
